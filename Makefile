@@ -1,0 +1,58 @@
+# The project's two commands: `make demo` and `make test`. Each installs what
+# is missing (Debian 12, as root or with sudo), builds and runs.
+JOBS ?= $(shell nproc)
+CMAKE_FLAGS ?=
+TSAN_RUN = setarch $(shell uname -m) -R
+
+.PHONY: all deps deps-armhf build test test-native test-asan test-tsan test-armhf demo bench clean
+
+all: build
+
+deps:
+	@scripts/install-deps.sh host
+
+deps-armhf:
+	@scripts/install-deps.sh armhf
+
+build: deps
+	cmake -S . -B build -DCMAKE_BUILD_TYPE=RelWithDebInfo $(CMAKE_FLAGS)
+	cmake --build build -j $(JOBS)
+
+test: build
+	$(MAKE) --no-print-directory test-native test-asan test-tsan
+
+test-native:
+	ctest --test-dir build --output-on-failure -j $(JOBS)
+
+# The whole suite under AddressSanitizer and UndefinedBehaviorSanitizer.
+test-asan:
+	cmake -S . -B build-asan -DCMAKE_BUILD_TYPE=Debug -DZOR_SANITIZE=address $(CMAKE_FLAGS)
+	cmake --build build-asan -j $(JOBS)
+	ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
+		ctest --test-dir build-asan --output-on-failure -j $(JOBS)
+
+# The threaded tests under ThreadSanitizer (address randomisation off, which
+# some kernels need for its shadow memory).
+test-tsan:
+	cmake -S . -B build-tsan -DCMAKE_BUILD_TYPE=Debug -DZOR_SANITIZE=thread $(CMAKE_FLAGS)
+	cmake --build build-tsan -j $(JOBS)
+	TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1 \
+		$(TSAN_RUN) ctest --test-dir build-tsan --output-on-failure -L threaded -j $(JOBS)
+
+# Cross-build for armhf and run the tests under qemu-arm.
+test-armhf: deps-armhf
+	cmake -S . -B build-armhf -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+		-DCMAKE_TOOLCHAIN_FILE=cmake/armhf-toolchain.cmake $(CMAKE_FLAGS)
+	cmake --build build-armhf -j $(JOBS)
+	ctest --test-dir build-armhf --output-on-failure -j $(JOBS)
+
+demo: build
+	scripts/demo.sh build
+
+bench: deps
+	cmake -S . -B build-bench -DCMAKE_BUILD_TYPE=Release -DZOR_BUILD_BENCH=ON -DZOR_BUILD_TESTS=OFF $(CMAKE_FLAGS)
+	cmake --build build-bench -j $(JOBS)
+	scripts/run-bench.sh build-bench
+
+clean:
+	rm -rf build build-asan build-tsan build-armhf build-bench

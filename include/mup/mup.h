@@ -1,0 +1,117 @@
+/*
+ * libmup: the messaging layer between the assistant library and the television
+ * middleware. Processes talk over Unix domain sockets, one socket per service
+ * name, in a private runtime directory:
+ *
+ *   $ZOR_RUNTIME_DIR when set, else /run/zor when it can be created, else
+ *   $XDG_RUNTIME_DIR/zor, else /tmp/zor-<uid>. The directory is mode 0700 and
+ *   each socket 0600. A server serves only peers of its own uid and root
+ *   (checked with SO_PEERCRED when a peer connects).
+ *
+ * Every message is one frame: a 20-byte little-endian header (magic "ZMUP",
+ * version, kind, sequence number, command id, payload length) and at most
+ * 1 MiB of payload. A frame with a bad header or a larger payload is refused
+ * with a log line on stderr and that connection is dropped; the server goes
+ * on serving the others.
+ *
+ * Thread safety: MUPParam objects are not shared between threads. The client
+ * functions may be called from any number of threads at once.
+ */
+#ifndef MUP_MUP_H
+#define MUP_MUP_H
+
+#include <vector>
+
+#if defined(__GNUC__)
+#define MUP_EXPORT __attribute__((visibility("default")))
+#else
+#define MUP_EXPORT
+#endif
+
+/*
+ * A parameter buffer: bytes appended by the writer and taken in the same order
+ * by the reader. Reads never go past the bytes written:
+ *  - read(dst, n) copies min(n, remaining) bytes and returns that count; the
+ *    rest of dst is left as it was.
+ *  - readInt32() returns -1 when fewer than 4 bytes remain (nothing is taken).
+ * A reply buffer left empty by a failed transmission therefore reads -1 as its
+ * status word. Integers are in the host's byte order (little-endian on every
+ * supported target).
+ */
+class MUP_EXPORT MUPParam {
+public:
+    MUPParam();
+    ~MUPParam();
+    MUPParam(const MUPParam&) = delete;
+    MUPParam& operator=(const MUPParam&) = delete;
+
+    /* Appends count bytes. Returns count, or -1 (nothing appended) when src is
+     * null with a non-zero count or memory runs out. */
+    int write(const void* src, unsigned int count);
+    /* Takes up to count bytes; returns the number copied (0 when dst is null). */
+    int read(void* dst, unsigned int count);
+    /* Appends one 32-bit integer; returns 4, or -1 when memory runs out. */
+    int writeInt32(int value);
+    /* Takes one 32-bit integer, or returns -1 when fewer than 4 bytes remain. */
+    int readInt32();
+
+    /* Bytes written so far, and bytes not yet read. */
+    unsigned int size() const;
+    unsigned int remaining() const;
+    const unsigned char* data() const;
+    /* Replaces the contents (used by the transport when a frame arrives). */
+    void assign(const unsigned char* bytes, unsigned int count);
+    void clear();
+
+private:
+    std::vector<unsigned char> m_bytes;
+    unsigned int m_readPos;
+};
+
+namespace OXAPC {
+
+/*
+ * The handler that a registered server calls for each inbound command, on the
+ * server's own thread, one command at a time in arrival order. out is null
+ * when the sender does not wait for a reply; otherwise whatever the handler
+ * writes into out is sent back. The fourth argument is always 0 here.
+ */
+class MUP_EXPORT C_OXAAVSServerHandler {
+public:
+    C_OXAAVSServerHandler();
+    ~C_OXAAVSServerHandler();
+    /* Default: prints a "not implemented" line on stdout and returns -1. */
+    virtual int handleCommand(unsigned int cmd, MUPParam& in, MUPParam* out, unsigned int);
+};
+
+} // namespace OXAPC
+
+/*
+ * Opens (or replaces) this process's client endpoint towards the service
+ * `name`. The connection itself is made lazily by the first transmission and
+ * remade by a later one after the peer went away. Returns 0, or -1 for an
+ * invalid name (null, empty, containing '/', or too long for a socket path).
+ */
+MUP_EXPORT int OXA_TVC_NewClient(const char* name);
+
+/*
+ * Sends command `cmd` with the bytes of `in` over the client endpoint. With a
+ * non-null `out`, blocks until the reply arrives and stores it in `out`;
+ * returns 0. Returns -1 with `out` left empty when no endpoint is open, the
+ * peer can't be reached, goes away, or does not answer within the timeout
+ * (5 s; ZOR_MUP_TIMEOUT_MS overrides it). A reply that arrives after its
+ * caller gave up is discarded. With a null `out` the command is sent without
+ * asking for a reply and the call returns once it is written.
+ */
+MUP_EXPORT int OXA_TVC_TransmitCommand(unsigned int cmd, MUPParam& in, MUPParam* out,
+                                       unsigned int flags);
+
+/*
+ * Serves the service `name` with `handler` on a new thread, until the process
+ * exits. The handler is borrowed and must outlive the process's use of it.
+ * Returns 0, or -1 when the name is invalid, the handler is null, the socket
+ * can't be created, or another live process already serves the name.
+ */
+MUP_EXPORT int initAVSServer(const char* name, OXAPC::C_OXAAVSServerHandler* handler);
+
+#endif

@@ -1,0 +1,13 @@
+/* libzor: the television's voice-assistant library. Include this one header. */
+#ifndef ZOR_ZOR_H
+#define ZOR_ZOR_H
+
+#include "zor/zor_api.h"
+#include "zor/zor_audio.h"
+#include "zor/zor_callbacks.h"
+#include "zor/zor_types.h"
+#ifdef __cplusplus
+#include "zor/zor_transport.h"
+#endif
+
+#endif

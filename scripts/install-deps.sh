@@ -1,0 +1,52 @@
+#!/usr/bin/env bash
+# Installs the Debian 12 packages the project needs, only those missing.
+# usage: install-deps.sh host|armhf|web
+set -euo pipefail
+
+what=${1:-host}
+host_packages=(
+    build-essential cmake pkg-config git
+    libasound2-dev libevdev-dev libusb-1.0-0-dev libsndfile1-dev
+    libgtest-dev libgmock-dev libbenchmark-dev nlohmann-json3-dev libcli11-dev
+    espeak-ng sox alsa-utils
+)
+armhf_packages=(
+    g++-arm-linux-gnueabihf qemu-user
+    libasound2-dev:armhf libevdev-dev:armhf libusb-1.0-0-dev:armhf
+    libgtest-dev:armhf libgmock-dev:armhf libsndfile1-dev:armhf
+)
+
+case "$what" in
+host) packages=("${host_packages[@]}") ;;
+armhf) packages=("${host_packages[@]}" "${armhf_packages[@]}") ;;
+*) echo "usage: $0 host|armhf" >&2; exit 2 ;;
+esac
+
+sudo=""
+if [ "$(id -u)" -ne 0 ]; then
+    sudo="sudo"
+fi
+
+if [ "$what" = armhf ] && ! dpkg --print-foreign-architectures | grep -qx armhf; then
+    $sudo dpkg --add-architecture armhf
+    need_update=1
+fi
+
+missing=()
+for package in "${packages[@]}"; do
+    if ! dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q "install ok installed"; then
+        missing+=("$package")
+    fi
+done
+
+if [ ${#missing[@]} -eq 0 ] && [ -z "${need_update:-}" ]; then
+    exit 0
+fi
+
+echo "Installing: ${missing[*]}"
+# One unreachable index must not stop the set-up; the install below tells
+# whether what we need could be found.
+$sudo apt-get update -q || echo "apt-get update reported an error; going on"
+if [ ${#missing[@]} -gt 0 ]; then
+    $sudo env DEBIAN_FRONTEND=noninteractive apt-get install -y -q --no-install-recommends "${missing[@]}"
+fi

@@ -1,0 +1,30 @@
+#include "transport/command_table.h"
+
+namespace zor::wire {
+namespace {
+
+using K = RecordKind;
+using Q = RequestShape;
+using A = ReplyShape;
+constexpr ReadRule U = ReadRule::Unconditional;
+constexpr ReadRule G = ReadRule::Guarded;
+
+// Class 4: one 32-bit word each way; the queries send theirs as zero.
+constexpr CommandRow kRows[] = {
+    {0x18040001, "OXA_TV_CMD_ID_AUDIO_SetMute", nullptr, K::Word, Q::Record, A::None, U},
+    {0x18040002, "OXA_TV_CMD_ID_AUDIO_GetMute", nullptr, K::Word, Q::Record, A::Record, U},
+    {0x18040003, "OXA_TV_CMD_ID_AUDIO_SetVolume", nullptr, K::Word, Q::Record, A::None, U},
+    {0x18040004, "OXA_TV_CMD_ID_AUDIO_GetVolume", nullptr, K::Word, Q::Record, A::Record, U},
+    {0x18040005, "OXA_TV_CMD_ID_AUDIO_GetMaxVolume", nullptr, K::Word, Q::Record, A::Record, U},
+    {0x18040006, "OXA_TV_CMD_ID_AUDIO_SetMainAudioGain", nullptr, K::Word, Q::Record, A::None, U},
+    {0x18040007, "OXA_TV_CMD_ID_AUDIO_SetSoundStyle", nullptr, K::Word, Q::Record, A::None, U},
+};
+
+} // namespace
+
+const CommandClass kAudioClass = {
+    4, "OXA_TV_CMD_CLASS_AUDIO", "_audioModuleSendTransact", 0x18040001, 0x18040007, true,
+    kRows, sizeof(kRows) / sizeof(kRows[0]),
+};
+
+} // namespace zor::wire
