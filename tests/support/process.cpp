@@ -6,7 +6,9 @@
 #include <cstdlib>
 #include <fcntl.h>
 #include <sstream>
-#include <sys/stat.h>
+#include <cstring>
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
@@ -82,10 +84,22 @@ bool waitForService(const std::string& serviceName, int timeoutMs)
         return false;
     const std::string path = std::string(dir) + "/" + serviceName + ".sock";
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
-    struct stat info;
+    // A socket file may be left over from a killed server: only a successful
+    // connection says that the service is up.
+    sockaddr_un address = {};
+    address.sun_family = AF_UNIX;
+    if (path.size() >= sizeof(address.sun_path))
+        return false;
+    memcpy(address.sun_path, path.c_str(), path.size() + 1);
     while (std::chrono::steady_clock::now() < deadline) {
-        if (stat(path.c_str(), &info) == 0)
-            return true;
+        int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        if (fd >= 0) {
+            const bool up =
+                connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof(address)) == 0;
+            close(fd);
+            if (up)
+                return true;
+        }
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
     }
     return false;

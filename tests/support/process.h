@@ -31,7 +31,7 @@ private:
     pid_t m_pid = -1;
 };
 
-// Polls until the service's socket in $ZOR_RUNTIME_DIR exists (bounded).
+// Polls until the service in $ZOR_RUNTIME_DIR accepts a connection (bounded).
 bool waitForService(const std::string& serviceName, int timeoutMs = 10000);
 
 } // namespace zor::test
