@@ -1,0 +1,150 @@
+// The exported functions. None lets an exception out: callers are C-minded
+// and a throw across this boundary would end their process.
+#include "mup/mup.h"
+
+#include "mup/client.h"
+#include "mup/log.h"
+#include "mup/no_destructor.h"
+#include "mup/runtime_dir.h"
+#include "mup/server.h"
+
+#include <cstdlib>
+#include <exception>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+namespace
+{
+
+// The endpoint used by OXA_TVC_TransmitCommand. Callers take their own
+// reference for the length of a call, so that OXA_TVC_NewClient can replace
+// it while calls on the old one finish.
+struct ClientSlot {
+    std::mutex lock;
+    std::shared_ptr<mup::Client> client;
+};
+
+ClientSlot& clientSlot()
+{
+    static mup::NoDestructor<ClientSlot> slot;
+    return *slot;
+}
+
+// The servers registered with initAVSServer. They serve until the process
+// exits; the registry is never destroyed, so that a late caller never finds
+// it gone.
+struct ServerRegistry {
+    std::mutex lock;
+    std::vector<std::unique_ptr<mup::Server>> servers;
+    bool exitHookRegistered = false;
+    bool exiting = false;
+};
+
+ServerRegistry& serverRegistry()
+{
+    static mup::NoDestructor<ServerRegistry> registry;
+    return *registry;
+}
+
+// Runs at exit(): the server threads are stopped and joined before the
+// caller's static objects (its handlers among them) are destroyed. When exit()
+// was called by a handler, its own thread is not waited for.
+void stopServersAtExit()
+{
+    ServerRegistry& registry = serverRegistry();
+    std::vector<mup::Server*> servers;
+    {
+        std::lock_guard<std::mutex> guard(registry.lock);
+        registry.exiting = true;
+        for (const auto& server : registry.servers)
+            servers.push_back(server.get());
+    }
+    for (mup::Server* server : servers)
+        server->stop();
+}
+
+} // namespace
+
+int OXA_TVC_NewClient(const char* name)
+{
+    try {
+        if (!name || !mup::isValidServiceName(name)) {
+            mup::logLine("OXA_TVC_NewClient: invalid service name '%s'", name ? name : "(null)");
+            return -1;
+        }
+        if (mup::socketPathFor(name).empty()) {
+            mup::logLine("OXA_TVC_NewClient: no usable socket path for '%s'", name);
+            return -1;
+        }
+        auto client = std::make_shared<mup::Client>(name);
+        std::shared_ptr<mup::Client> previous;
+        ClientSlot& slot = clientSlot();
+        {
+            std::lock_guard<std::mutex> guard(slot.lock);
+            previous = std::move(slot.client);
+            slot.client = std::move(client);
+        }
+        // The previous endpoint goes when its last caller is done, outside
+        // the lock.
+        return 0;
+    } catch (const std::exception& error) {
+        mup::logLine("OXA_TVC_NewClient: %s", error.what());
+        return -1;
+    }
+}
+
+int OXA_TVC_TransmitCommand(unsigned int cmd, MUPParam& in, MUPParam* out, unsigned int)
+{
+    try {
+        std::shared_ptr<mup::Client> client;
+        {
+            ClientSlot& slot = clientSlot();
+            std::lock_guard<std::mutex> guard(slot.lock);
+            client = slot.client;
+        }
+        if (!client) {
+            mup::logLine("command 0x%08x not sent: no client endpoint (OXA_TVC_NewClient)", cmd);
+            if (out)
+                out->clear();
+            return -1;
+        }
+        return client->transmit(cmd, in, out);
+    } catch (...) {
+        if (out)
+            out->clear();
+        return -1;
+    }
+}
+
+int initAVSServer(const char* name, OXAPC::C_OXAAVSServerHandler* handler)
+{
+    try {
+        if (!name || !handler) {
+            mup::logLine("initAVSServer: %s", name ? "no handler" : "no service name");
+            return -1;
+        }
+        ServerRegistry& registry = serverRegistry();
+        std::lock_guard<std::mutex> guard(registry.lock);
+        if (registry.exiting)
+            return -1;
+        // Room first, so that a started server is never dropped for lack of it.
+        registry.servers.reserve(registry.servers.size() + 1);
+        std::unique_ptr<mup::Server> server = mup::Server::start(name, *handler);
+        if (!server)
+            return -1;
+        if (!registry.exitHookRegistered) {
+            if (atexit(stopServersAtExit) != 0) {
+                mup::logLine("initAVSServer: cannot register the exit hook");
+                return -1;
+            }
+            registry.exitHookRegistered = true;
+        }
+        registry.servers.push_back(std::move(server));
+        return 0;
+    } catch (const std::exception& error) {
+        mup::logLine("initAVSServer: %s", error.what());
+        return -1;
+    }
+}

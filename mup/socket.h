@@ -1,0 +1,68 @@
+// Descriptors and Unix stream sockets, with every wait bounded by a deadline.
+#ifndef MUP_SOCKET_H
+#define MUP_SOCKET_H
+
+#include <chrono>
+#include <cstddef>
+#include <string>
+#include <sys/types.h>
+#include <sys/uio.h>
+
+namespace mup
+{
+
+using Clock = std::chrono::steady_clock;
+
+// Owns one descriptor and closes it once.
+class UniqueFd
+{
+public:
+    UniqueFd() = default;
+    explicit UniqueFd(int fd) : m_fd(fd) {}
+    ~UniqueFd() { reset(); }
+    UniqueFd(UniqueFd&& other) noexcept : m_fd(other.release()) {}
+    UniqueFd& operator=(UniqueFd&& other) noexcept
+    {
+        reset(other.release());
+        return *this;
+    }
+    UniqueFd(const UniqueFd&) = delete;
+    UniqueFd& operator=(const UniqueFd&) = delete;
+
+    int get() const { return m_fd; }
+    bool isValid() const { return m_fd >= 0; }
+    int release()
+    {
+        const int fd = m_fd;
+        m_fd = -1;
+        return fd;
+    }
+    void reset(int fd = -1);
+
+private:
+    int m_fd = -1;
+};
+
+// Milliseconds left until the deadline, rounded up, for poll(); 0 once passed.
+int millisecondsUntil(Clock::time_point deadline);
+
+// A stream socket connected to `path`. A listener with a full backlog makes
+// connect() wait; that wait ends at the deadline. On failure the descriptor
+// is invalid and *error holds the errno value (ENOENT, ECONNREFUSED, ...).
+// The socket is blocking (replies are awaited with SO_RCVTIMEO) and
+// close-on-exec.
+UniqueFd connectStream(const std::string& path, Clock::time_point deadline, int* error);
+
+// Sends all the bytes described by iov, without ever raising SIGPIPE, waiting
+// for room with poll() no later than the deadline. Returns 0, or the errno
+// value (ETIMEDOUT when the deadline passed). *sent tells how many bytes went
+// out, so that the caller knows whether the stream is still aligned on frames.
+int sendAll(int fd, const iovec* iov, int count, Clock::time_point deadline, size_t* sent);
+
+// Bumped in a child process after fork(): connections made before belong to
+// the parent and must not be used by the child.
+unsigned int forkGeneration();
+
+} // namespace mup
+
+#endif
