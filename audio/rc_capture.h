@@ -1,0 +1,26 @@
+// Remote-control microphone capture, internal side: the dump directory can be
+// chosen, and the project's tests and tools can watch the capture state.
+#ifndef ZOR_AUDIO_RC_CAPTURE_H
+#define ZOR_AUDIO_RC_CAPTURE_H
+
+#include "zor/zor_types.h"
+
+namespace zor::audio
+{
+
+// startAlsaCaptureThread() with the dump file created in `dumpDir` (which ends
+// in '/') instead of "/tmp/". The directory is copied; same results.
+int startAlsaCaptureThreadInto(const char* dumpDir);
+
+// The capture state: -1 no capture thread, 0 running, 1 stop requested.
+// Exported (not part of the C interface) so that zorctl can wait for the
+// capture it started.
+ZOR_EXPORT int captureState();
+
+// Waits until the capture state is -1, at most `timeoutMs`; true when it is.
+// The thread may still be printing its last line when this returns.
+ZOR_EXPORT bool waitForCaptureEnd(int timeoutMs);
+
+} // namespace zor::audio
+
+#endif
