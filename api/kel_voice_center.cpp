@@ -1,8 +1,12 @@
 // The library's main unit: the server object, and start-up per application type.
+#include "api/streaming_state.h"
 #include "server/avs_server_backend.h"
+#include "server/callback_table.h"
 #include "transport/log.h"
 #include "zor/zor_api.h"
+#include "zor/zor_audio.h"
 #include "zor/zor_callbacks.h"
+#include "zor/zor_transport.h"
 
 #include "mup/mup.h"
 
@@ -61,4 +65,27 @@ int ZOR_Common_Init(EN_ZOR_COMMON_APP_TYPE_T type)
 int ZOR_GA_Init(void)
 {
     return 0;
+}
+
+int ZOR_App_initCompleted(EN_ZOR_COMMON_APP_TYPE_T type)
+{
+    ZOR_TRACE("%s ==> \n\n", __func__);
+    const int status = forwardCommand(OXAPC::OXA_TV_CMD_ID_AVS_INIT_COMPLETED, nullptr);
+
+    // The far-field pipeline serves the AVS application only, on sets that
+    // have the microphone array; its threads start once the DSP is ready too.
+    const _ST_FFM_INFO info = zor::options::farFieldInfo();
+    if (type == EN_ZOR_COMMON_APP_TYPE_AVS && info.u8Sup == 1) {
+        ZOR_ARG_ERROR("Support FFM, init...\n");
+        initCaptureThreadMutex();
+        KEL_AVS_FFM_RegisterSendNotifyUIWakeWordDectCallback(ZOR_App_NotifyAVSWakeword);
+        KEL_AVS_FFM_Init(info);
+    }
+    ZOR_TRACE("%s <== \n\n", __func__);
+    return status;
+}
+
+int ZOR_App_TriggerCaptureData(unsigned int start)
+{
+    return KEL_AVS_FFM_TriggerCaptureData(static_cast<int>(start));
 }

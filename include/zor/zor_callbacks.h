@@ -13,6 +13,11 @@
  *  - wake word: the far-field detection thread;
  *  - every other callback: the server thread, before the middleware gets its
  *    reply (so a callback that blocks delays the middleware).
+ *
+ * Strings handed to callbacks are always terminated (a field the middleware
+ * filled to its last byte included) and valid only during the call. A PCM
+ * command announcing more samples than one message can carry (1 MiB) is
+ * dropped without a callback. Fields missing from a short command read as 0.
  */
 #ifndef ZOR_ZOR_CALLBACKS_H
 #define ZOR_ZOR_CALLBACKS_H

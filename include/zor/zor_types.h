@@ -44,6 +44,10 @@ typedef enum {
     EN_DBG_PRT_LEVEL_NONE = 0,
     EN_DBG_PRT_LEVEL_ERROR = 1,
     EN_DBG_PRT_LEVEL_TRACE = 8,
+    /* The middleware may set any 32-bit level: these two make every int32
+     * value a valid level in C++ as well. */
+    EN_DBG_PRT_LEVEL_MIN = INT32_MIN,
+    EN_DBG_PRT_LEVEL_MAX = INT32_MAX,
 } _EN_DBG_PRT_LEVEL;
 
 /* Far-field microphone information, set by the middleware. */
