@@ -4,7 +4,7 @@ JOBS ?= $(shell nproc)
 CMAKE_FLAGS ?=
 TSAN_RUN = setarch $(shell uname -m) -R
 
-.PHONY: all deps deps-armhf build test test-native test-asan test-tsan test-armhf demo bench clean
+.PHONY: all deps deps-armhf build test test-native test-asan test-tsan test-armhf demo bench fuzz-build fuzz fuzz-ci clean
 
 all: build
 
@@ -54,5 +54,20 @@ bench: deps
 	cmake --build build-bench -j $(JOBS)
 	scripts/run-bench.sh build-bench
 
+# libFuzzer over the inbound server and the frame decoder (clang).
+# fuzz: 10 minutes per target; fuzz-ci: 60 s per target, fails on any finding.
+FUZZ_SECONDS ?= 600
+fuzz-build: deps
+	cmake -S . -B build-fuzz -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_C_COMPILER=clang \
+		-DCMAKE_CXX_COMPILER=clang++ -DZOR_BUILD_FUZZ=ON -DZOR_BUILD_TESTS=OFF \
+		-DZOR_BUILD_TOOLS=OFF -DZOR_WERROR=OFF $(CMAKE_FLAGS)
+	cmake --build build-fuzz --target fuzz_inbound_command fuzz_frame_decoder -j $(JOBS)
+
+fuzz: fuzz-build
+	scripts/run-fuzz.sh build-fuzz $(FUZZ_SECONDS)
+
+fuzz-ci: fuzz-build
+	scripts/run-fuzz.sh build-fuzz 60
+
 clean:
-	rm -rf build build-asan build-tsan build-armhf build-bench
+	rm -rf build build-asan build-tsan build-armhf build-bench build-fuzz

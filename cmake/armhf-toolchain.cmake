@@ -15,4 +15,8 @@ set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE BOTH)
 set(ENV{PKG_CONFIG_LIBDIR} "/usr/lib/arm-linux-gnueabihf/pkgconfig:/usr/share/pkgconfig")
 set(ENV{PKG_CONFIG_SYSROOT_DIR} "")
 
-set(CMAKE_CROSSCOMPILING_EMULATOR qemu-arm -L /usr/arm-linux-gnueabihf)
+# The programs run against the multiarch :armhf C library under / rather than
+# the cross toolchain's copy: the loader and libc.so must come from the same
+# package, and the multiarch libraries (libasound, libstdc++) live beside the
+# former.
+set(CMAKE_CROSSCOMPILING_EMULATOR qemu-arm -L /)

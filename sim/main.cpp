@@ -2,8 +2,10 @@
 // applications' client services, answers their commands from a small
 // television model and prints one decoded line per command.
 #include "mup/server.h"
+#include "sim/console.h"
 #include "sim/middleware_handler.h"
 #include "sim/television.h"
+#include "sim/television_options.h"
 
 #include <CLI/CLI.hpp>
 
@@ -30,7 +32,13 @@ int main(int argc, char** argv)
     CLI::App app{"Simulated television middleware for libzor applications"};
     bool quiet = false;
     app.add_flag("-q,--quiet", quiet, "Do not print a line per command");
+    zor::sim::TelevisionOptions televisionOptions;
+    zor::sim::addTelevisionOptions(app, televisionOptions);
+    zor::sim::ConsoleOptions consoleOptions;
+    zor::sim::addConsoleOptions(app, consoleOptions);
     CLI11_PARSE(app, argc, argv);
+    if (zor::sim::isControlClient(consoleOptions))
+        return zor::sim::runControlClient(consoleOptions);
 
     // Stop signals are taken synchronously by this thread; the server threads
     // never see them.
@@ -49,11 +57,16 @@ int main(int argc, char** argv)
         fflush(stdout);
     };
 
-    zor::sim::Television television;
+    std::string televisionError;
+    const auto television = zor::sim::makeTelevision(televisionOptions, televisionError);
+    if (!television) {
+        fprintf(stderr, "tvsim: %s\n", televisionError.c_str());
+        return 1;
+    }
     std::vector<std::unique_ptr<zor::sim::MiddlewareHandler>> handlers;
     std::vector<std::unique_ptr<mup::Server>> servers;
     for (const char* service : kClientServices) {
-        handlers.push_back(std::make_unique<zor::sim::MiddlewareHandler>(service, television, sink));
+        handlers.push_back(std::make_unique<zor::sim::MiddlewareHandler>(service, *television, sink));
         auto server = mup::Server::start(service, *handlers.back());
         if (!server) {
             fprintf(stderr, "tvsim: cannot serve %s\n", service);
@@ -63,10 +76,15 @@ int main(int argc, char** argv)
     }
     printf("tvsim: serving %zu services; Ctrl-C stops\n", servers.size());
     fflush(stdout);
+    // Sends the middleware's own commands to the applications.
+    auto console = zor::sim::Console::start(consoleOptions);
+    if (!console)
+        return 1;
 
     int signal = 0;
     sigwait(&stopSignals, &signal);
 
+    console.reset();
     // Servers go first: they remove their sockets and stop calling the handlers.
     servers.clear();
     handlers.clear();

@@ -36,9 +36,16 @@ int main(int argc, char** argv)
 
     zorctl::Invocation invocation;
     zorctl::addAudioCommands(app, invocation);
+    zorctl::addVideoCommands(app, invocation);
+    zorctl::addChannelCommands(app, invocation);
+    zorctl::addSystemCommands(app, invocation);
+    zorctl::addMiscCommands(app, invocation);
+    zorctl::addVoiceControlCommands(app, invocation);
+    zorctl::addListenCommand(app, invocation);
+    zorctl::addRecordCommand(app, invocation);
     CLI11_PARSE(app, argc, argv);
 
-    if (ZOR_Common_Init(appTypes.at(appType)) != 0) {
+    if (invocation.needsTelevision && ZOR_Common_Init(appTypes.at(appType)) != 0) {
         fprintf(stderr, "zorctl: the television does not answer (is tvsim running?)\n");
         return 2;
     }

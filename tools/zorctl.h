@@ -16,12 +16,22 @@ using Action = std::function<int()>;
 // The action chosen on the command line; set by the subcommand's callback.
 struct Invocation {
     Action action;
+    // False for commands that only use local devices: the library is then
+    // not connected to the television first.
+    bool needsTelevision = true;
 };
 
 // Prints a command's status; non-zero exit status for a negative one.
 int reportStatus(const char* what, int status);
 
 void addAudioCommands(CLI::App& app, Invocation& invocation);
+void addVideoCommands(CLI::App& app, Invocation& invocation);
+void addChannelCommands(CLI::App& app, Invocation& invocation);
+void addSystemCommands(CLI::App& app, Invocation& invocation);
+void addMiscCommands(CLI::App& app, Invocation& invocation);
+void addVoiceControlCommands(CLI::App& app, Invocation& invocation);
+void addRecordCommand(CLI::App& app, Invocation& invocation);
+void addListenCommand(CLI::App& app, Invocation& invocation);
 
 } // namespace zorctl
 
