@@ -13,13 +13,13 @@ namespace zor::audio
 int startAlsaCaptureThreadInto(const char* dumpDir);
 
 // The capture state: -1 no capture thread, 0 running, 1 stop requested.
-// Exported (not part of the C interface) so that zorctl can wait for the
-// capture it started.
-ZOR_EXPORT int captureState();
+// Not exported: zorctl and the tests link the library's objects statically
+// (zor_internal) to wait for the capture they started.
+int captureState();
 
 // Waits until the capture state is -1, at most `timeoutMs`; true when it is.
 // The thread may still be printing its last line when this returns.
-ZOR_EXPORT bool waitForCaptureEnd(int timeoutMs);
+bool waitForCaptureEnd(int timeoutMs);
 
 } // namespace zor::audio
 

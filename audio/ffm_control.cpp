@@ -1,0 +1,341 @@
+// Far-field control: the pipeline's two threads run once both the assistant
+// application and the XMOS DSP are ready; the application raises and lowers
+// its request for audio; the action button streams live audio without a
+// keyword.
+#include "audio/ffm_pipeline.h"
+#include "transport/log.h"
+#include "zor/zor_audio.h"
+
+#include <cstdio>
+#include <cstring>
+#include <pthread.h>
+#include <unistd.h>
+
+namespace zor::audio::ffm
+{
+
+namespace
+{
+
+// Readiness: 0 idle, 1 application ready, 2 DSP ready, 3 both (threads up).
+std::atomic<int> enInitComplete{0};
+// Action button: 0 idle, 1 pressed, 2 streaming live, 3 stream ended.
+std::atomic<int> enNotifyActionButtonPressed{0};
+
+// Readiness events come from the application's and the server's threads;
+// each transition and its start or stop runs alone.
+std::mutex controlMutex;
+
+// A 32-bit little-endian 1 and 508 zero bytes, written into the dump files
+// where a stream ends.
+constexpr size_t kSeparatorBytes = 512;
+const uint8_t kSeparator[kSeparatorBytes] = {1, 0, 0, 0};
+
+class ThreadAttr
+{
+public:
+    ThreadAttr() { m_ok = pthread_attr_init(&m_attr) == 0; }
+    ~ThreadAttr()
+    {
+        if (m_ok)
+            pthread_attr_destroy(&m_attr);
+    }
+    ThreadAttr(const ThreadAttr&) = delete;
+    ThreadAttr& operator=(const ThreadAttr&) = delete;
+    bool ok() const { return m_ok; }
+    pthread_attr_t* get() { return &m_attr; }
+
+private:
+    pthread_attr_t m_attr;
+    bool m_ok = false;
+};
+
+void setState(std::mutex& mutex, int& state, int value)
+{
+    std::lock_guard<std::mutex> lock(mutex);
+    state = value;
+}
+
+void startForReadiness()
+{
+    ZOR_FFM_LOG("FFM is all ready, starting...!!!\n\n");
+    kel_avs_ffm_start_thread();
+    // Whatever the start's result: a later stop and DSP-ready retries.
+    enInitComplete.store(3);
+}
+
+void writeSeparator(int fd)
+{
+    if (fd < 0)
+        return;
+    const ssize_t written = write(fd, kSeparator, sizeof(kSeparator));
+    if (written < static_cast<ssize_t>(sizeof(kSeparator)))
+        ZOR_FFM_LOG("alsa short write: wrote %d bytes\n\n", static_cast<int>(written));
+}
+
+} // namespace
+
+void kel_avs_ffm_init_thread_mutex()
+{
+    // The two locks are constant-initialised and live as long as the
+    // process: a running thread may hold them, so they are never set up
+    // again here.
+}
+
+int kel_avs_ffm_start_thread()
+{
+    ThreadAttr attr;
+    if (!attr.ok()) {
+        perror("attribute creation failed!");
+        return 0;
+    }
+    pthread_attr_setdetachstate(attr.get(), PTHREAD_CREATE_DETACHED);
+
+    // Each thread is marked running before it exists, so a second start or a
+    // stop in between sees it.
+    {
+        std::unique_lock<std::mutex> lock(mutex_capture_exit);
+        if (capture_exit != -1) {
+            const int state = capture_exit;
+            lock.unlock();
+            ZOR_FFM_LOG("Already a capture thread running. (%d) \n\n", state);
+            return 0;
+        }
+        capture_exit = 0;
+    }
+    {
+        std::unique_lock<std::mutex> lock(mutex_detection_exit);
+        if (detection_exit != -1) {
+            const int state = detection_exit;
+            lock.unlock();
+            setState(mutex_capture_exit, capture_exit, -1);
+            ZOR_FFM_LOG("Already a detection thread running. (%d) \n\n", state);
+            return 0;
+        }
+        detection_exit = 0;
+    }
+
+    {
+        std::lock_guard<std::mutex> ring(ringMutex);
+        std::lock_guard<std::mutex> dump(dumpMutex);
+        captureBufCfg.reset();
+        stRingBufCfg.reset();
+    }
+
+    pthread_t thread;
+    if (pthread_create(&thread, attr.get(), kel_avs_ffm_alsa_capture_thread, nullptr) != 0) {
+        setState(mutex_detection_exit, detection_exit, -1);
+        setState(mutex_capture_exit, capture_exit, -1);
+        ZOR_FFM_LOG("Create thread error!\n\n");
+        return -1;
+    }
+    if (pthread_create(&thread, attr.get(), kel_avs_ffm_hid_detection_thread, nullptr) != 0) {
+        setState(mutex_detection_exit, detection_exit, -1);
+        ZOR_FFM_LOG("Create thread error!\n\n");
+        return -1;
+    }
+    return 0;
+}
+
+int kel_avs_ffm_stop_thread()
+{
+    {
+        std::unique_lock<std::mutex> lock(mutex_detection_exit);
+        if (detection_exit == 0) {
+            detection_exit = 1;
+            lock.unlock();
+            ZOR_FFM_LOG("Attempt to stop HID detection thread.\n\n");
+        }
+    }
+    {
+        std::unique_lock<std::mutex> lock(mutex_capture_exit);
+        if (capture_exit == 0) {
+            capture_exit = 1;
+            lock.unlock();
+            ZOR_FFM_LOG("Attempt to stop ALSA capture thread.\n\n");
+        }
+    }
+    enNotifyActionButtonPressed.store(0);
+    gSendFFMPCMDataDirectly.store(false);
+    gSendFFMPCMData.store(false);
+    gSendFFMPCMDataLast.store(false);
+    bKWflagLast.store(false);
+    enInitComplete.store(1);
+    return 0;
+}
+
+int readinessState()
+{
+    return enInitComplete.load();
+}
+
+int buttonState()
+{
+    return enNotifyActionButtonPressed.load();
+}
+
+} // namespace zor::audio::ffm
+
+using namespace zor::audio::ffm;
+
+void KEL_AVS_FFM_Init(_ST_FFM_INFO info)
+{
+    kel_avs_ffm_init_thread_mutex();
+    std::lock_guard<std::mutex> control(controlMutex);
+    char name[kDeviceNameSize];
+    {
+        std::lock_guard<std::mutex> lock(mutex_capture_exit);
+        memcpy(name, FFM_CAP_DEVICE, sizeof(name));
+    }
+    ZOR_FFM_LOG("c8CardID = %d c8CardID = %d FFM_CAP_DEVICE = %s\n", info.c8CardID, info.c8DevID,
+                name);
+    {
+        // One digit each gives the familiar "hw:1,2"; other numbers are
+        // written out in full, the array has room for "hw:-128,-128".
+        std::lock_guard<std::mutex> lock(mutex_capture_exit);
+        snprintf(FFM_CAP_DEVICE, sizeof(FFM_CAP_DEVICE), "hw:%d,%d", info.c8CardID, info.c8DevID);
+        memcpy(name, FFM_CAP_DEVICE, sizeof(name));
+    }
+    ZOR_FFM_LOG("FFM_CAP_DEVICE = %s\n", name);
+
+    const int state = enInitComplete.load();
+    switch (state) {
+    case 0:
+        enInitComplete.store(1);
+        ZOR_FFM_LOG("FFM avs is ready, starting thread when xmos is ready!!!\n\n");
+        break;
+    case 1:
+    case 3:
+        ZOR_FFM_LOG("FFM avs is ready, status isn't change(%d)!!!\n\n", state);
+        break;
+    case 2:
+        startForReadiness();
+        break;
+    default:
+        ZOR_FFM_LOG("enInitComplete error(%d)!!!\n\n", state);
+        break;
+    }
+}
+
+void KEL_AVS_FFM_NotifyAudDSPStatus(int status)
+{
+    std::lock_guard<std::mutex> control(controlMutex);
+    const int state = enInitComplete.load();
+    ZOR_FFM_LOG("Status = %d, enInitComplete = %d\n\n", status, state);
+    if (status == 1) {
+        switch (state) {
+        case 0:
+            enInitComplete.store(2);
+            ZOR_FFM_LOG("FFM xmos is ready, starting thread when AVS is ready!!!\n\n");
+            break;
+        case 1:
+            startForReadiness();
+            break;
+        case 2:
+        case 3:
+            ZOR_FFM_LOG("FFM xmos was ready, status isn't change(%d)!!!\n\n", state);
+            break;
+        default:
+            ZOR_FFM_LOG("enInitComplete error(%d)!!!\n\n", state);
+            break;
+        }
+    } else if (status == 0) {
+        ZOR_FFM_LOG("old Status: enNotifyActionButtonPressed=%d, gSendFFMPCMDataDirectly=%d\n\n",
+                    enNotifyActionButtonPressed.load(),
+                    static_cast<int>(gSendFFMPCMDataDirectly.load()));
+        switch (state) {
+        case 3:
+            ZOR_FFM_LOG("FFM xmos was ready, stoping...!!!\n\n");
+            kel_avs_ffm_stop_thread();
+            break;
+        case 0:
+        case 1:
+            ZOR_FFM_LOG("FFM xmos is not ready, status isn't change(%d)!!!\n\n", state);
+            break;
+        case 2:
+            enInitComplete.store(0);
+            ZOR_FFM_LOG("FFM xmos was ready, change status to idle!!!\n\n");
+            break;
+        default:
+            ZOR_FFM_LOG("enInitComplete error(%d)!!!\n\n", state);
+            break;
+        }
+    } else {
+        ZOR_FFM_LOG("not define Status value\n\n");
+    }
+}
+
+int KEL_AVS_FFM_TriggerCaptureData(int start)
+{
+    ZOR_FFM_LOG("_dbgFunAPITriggerCaptureData\n");
+    std::lock_guard<std::mutex> control(controlMutex);
+    return start == 1 ? kel_avs_ffm_start_thread() : kel_avs_ffm_stop_thread();
+}
+
+void KEL_AVS_FFM_TrigSendPCMData(bool send)
+{
+    ZOR_FFM_LOG("TrigSendPCMData %d, enNotifyActionButtonPressed = %d, "
+                "gSendFFMPCMDataDirectly = %d\n\n",
+                static_cast<int>(send), enNotifyActionButtonPressed.load(),
+                static_cast<int>(gSendFFMPCMDataDirectly.load()));
+    gSendFFMPCMData.store(send);
+    if (send) {
+        int pressed = 1;
+        if (enNotifyActionButtonPressed.compare_exchange_strong(pressed, 2))
+            gSendFFMPCMDataDirectly.store(true);
+        return;
+    }
+    gSendFFMPCMDataDirectly.store(false);
+    if (bDbgDumpPCM) {
+        std::lock_guard<std::mutex> lock(dumpMutex);
+        writeSeparator(captureBufCfg.s32PcmFd);
+        writeSeparator(captureBufCfg.s32WWFd);
+    }
+    int streaming = 2;
+    enNotifyActionButtonPressed.compare_exchange_strong(streaming, 3);
+}
+
+void KEL_AVS_FFM_NotifyActionButtonPressed(void)
+{
+    int state = enNotifyActionButtonPressed.load();
+    ZOR_FFM_LOG("Alexa Action was Pressed, enNotifyActionButtonPressed = %d\n\n", state);
+    while (state == 0 || state == 3) {
+        if (enNotifyActionButtonPressed.compare_exchange_weak(state, 1))
+            return;
+    }
+    ZOR_FFM_LOG("Alexa Action isn't idle\n\n");
+}
+
+void KEL_AVS_FFM_NotifyYTSoftMicStatus(int status)
+{
+    if (status == 1) {
+        youtube_softmic_alsa_write_init();
+        youtube_softmic_alsa_write_start();
+    } else {
+        youtube_softmic_alsa_write_stop();
+    }
+}
+
+void KEL_AVS_FFM_NotifyPowerStatus(int mode)
+{
+    ZOR_FFM_LOG("power mode %d\n\n", mode);
+    if (mode == 1) {
+        std::lock_guard<std::mutex> control(controlMutex);
+        kel_avs_ffm_stop_thread();
+    }
+}
+
+void KEL_AVS_FFM_RegisterSendWakeWordDetectionSignalCallback(ZOR_PFN_WAKEWORD fn)
+{
+    g_fptrSendWakeWordDetectionSignalallback.store(fn);
+}
+
+void KEL_AVS_FFM_RegisterSendNotifyUIWakeWordDectCallback(ZOR_PFN_VOID fn)
+{
+    gfptrNotifyUIWakeWordDectcallback.store(fn);
+}
+
+void KEL_AVS_FFM_RegisterffmsendAudioPCMDCallback(ZOR_PFN_PCM fn)
+{
+    g_fptrffmSendAudioPCMDataCallback.store(fn);
+}

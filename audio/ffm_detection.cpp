@@ -1,0 +1,293 @@
+// Wake-word detection: the "ffm_hid_det" thread watches the far-field
+// board's key events; on KEY_F23 it asks the board where the keyword lies,
+// cuts it with half a second of pre-roll out of the ring and tells the
+// application.
+#include "audio/ffm_detection.h"
+
+#include "audio/ffm_pipeline.h"
+#include "audio/ffm_ring.h"
+#include "audio/softmic_output.h"
+#include "audio/xmos_device.h"
+#include "transport/log.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <libevdev/libevdev.h>
+#include <sys/prctl.h>
+#include <unistd.h>
+
+namespace zor::audio::ffm
+{
+
+std::atomic<ZOR_PFN_WAKEWORD> g_fptrSendWakeWordDetectionSignalallback{nullptr};
+std::atomic<ZOR_PFN_VOID> gfptrNotifyUIWakeWordDectcallback{nullptr};
+std::mutex mutex_detection_exit;
+int detection_exit = -1;
+
+namespace
+{
+
+constexpr uint8_t kRequestTypeVendorIn = 0xC0; // device to host, vendor, device
+constexpr unsigned USB_TIMEOUT_MS = 500;
+constexpr uint16_t CONTROL_RESOURCE_ID = 0xE0;
+constexpr uint16_t CONTROL_CMD_ID_GET_WWE_INDEXES = 0xAF;
+constexpr uint16_t CONTROL_CMD_PAYLOAD_LEN = 25;
+constexpr const char* HID_KEY_CODE = "KEY_F23";
+constexpr const char* KEYWORD_STRING = "alexa";
+constexpr unsigned kPollIntervalMs = 20;
+// A board that keeps answering "not ready" gets this many queries, a short
+// pause apart, before the detection is given up.
+constexpr int kIndexQueryAttempts = 50;
+constexpr unsigned kIndexQueryPauseUs = 2000;
+
+// Opened, used and closed by the detection thread only.
+std::unique_ptr<XmosDevice> device;
+
+int readDetectionState()
+{
+    std::lock_guard<std::mutex> lock(mutex_detection_exit);
+    return detection_exit;
+}
+
+bool isKeywordPress(const XmosKeyEvent& event)
+{
+    const char* type = libevdev_event_type_get_name(event.type);
+    const char* code = libevdev_event_code_get_name(event.type, event.code);
+    return type != nullptr && code != nullptr && strcmp(type, "EV_KEY") == 0 &&
+           strcmp(code, HID_KEY_CODE) == 0 && event.value == 1;
+}
+
+} // namespace
+
+int kel_avs_ffm_hid_init()
+{
+    const Params settings = params();
+    device = openXmosDevice({settings.hidOpenAttempts, settings.hidOpenDelayMs});
+    return device ? 1 : 0;
+}
+
+int kel_avs_ffm_hid_deinit()
+{
+    ZOR_FFM_LOG("%p, %d\n\n", device ? device->controlHandle() : nullptr,
+                device ? device->descriptor() : -1);
+    device.reset();
+    return 1;
+}
+
+int kel_avs_ffm_getMetadataBlob(const char* script, const char* file, uint32_t* length,
+                                uint8_t* blob)
+{
+    if (script != nullptr && script[0] != '\0') {
+        char command[600];
+        snprintf(command, sizeof(command), "%s %s", "sh ", script);
+        // The script's result is not looked at: the file says what it made.
+        if (system(command) == -1)
+            ZOR_FFM_LOG("[ERR]run %s fail\n\n", command);
+    }
+    FILE* in = fopen(file, "r");
+    if (in == nullptr) {
+        ZOR_FFM_LOG("[ERR]open fail\n\n");
+        return 0;
+    }
+    int count = 0;
+    if (fscanf(in, "%d%*c\n", &count) != 1 || count < 0)
+        count = 0;
+    if (count > static_cast<int>(METADATA_BLOB_LEN))
+        count = static_cast<int>(METADATA_BLOB_LEN);
+    // A short list repeats the last number read (all 0xFF when none was).
+    int value = -1;
+    for (int k = 0; k < count; ++k) {
+        if (fscanf(in, "%d", &value) != 1) {
+            // Keep the last value for the rest of the blob.
+        }
+        blob[k] = static_cast<uint8_t>(value & 0xff);
+    }
+    fclose(in);
+    *length = static_cast<uint32_t>(count);
+    return 1;
+}
+
+void kel_avs_ffm_hid_detectionLoop(_ST_FFM_CAPTURE_BUF_CFG* cap, _ST_FFM_RING_BUF_CFG* ring)
+{
+    {
+        std::lock_guard<std::mutex> lock(ringMutex);
+        if (ring->bInitFlag == 0) {
+            ZOR_FFM_LOG("data or RingBufcfg is null or not init(%d)\n\n", ring->bInitFlag);
+            return;
+        }
+    }
+    if (!device)
+        return;
+    XmosKeyEvent event;
+    const int got = device->nextEvent(event);
+    if (got == -ENODEV) {
+        // The board is gone with its audio: end both threads, as a capture
+        // read that reports the device missing does.
+        ZOR_FFM_LOG("HID device lost: %s\n\n", strerror(ENODEV));
+        kel_avs_ffm_stop_thread();
+        return;
+    }
+    if (got != 1 || !isKeywordPress(event))
+        return;
+
+    const uint32_t startMs = kel_avs_ffm_ClockGetInMS();
+    if (device->eventHandle() == nullptr || device->controlHandle() == nullptr) {
+        ZOR_FFM_LOG("m_evdev or m_devh is NULL %p %p\n\n", device->eventHandle(),
+                    device->controlHandle());
+        return;
+    }
+
+    uint8_t payload[CONTROL_CMD_PAYLOAD_LEN] = {};
+    uint8_t metadata[METADATA_BLOB_LEN] = {};
+    uint32_t metadataLen = 0;
+
+    int transferred = 0;
+    int attempt = 0;
+    for (;;) {
+        transferred = device->controlTransfer(kRequestTypeVendorIn, 0,
+                                              CONTROL_CMD_ID_GET_WWE_INDEXES, CONTROL_RESOURCE_ID,
+                                              payload, CONTROL_CMD_PAYLOAD_LEN, USB_TIMEOUT_MS);
+        if (payload[0] == 0)
+            break;
+        if (++attempt >= kIndexQueryAttempts) {
+            ZOR_FFM_LOG("device indexes not ready after %d queries, detection dropped\n\n",
+                        attempt);
+            return;
+        }
+        if (readDetectionState() != 0)
+            return;
+        usleep(kIndexQueryPauseUs);
+    }
+    if (transferred != CONTROL_CMD_PAYLOAD_LEN)
+        ZOR_FFM_LOG("get paload error\n\n");
+
+    const uint64_t c = kel_avs_ffm_readIndex(payload, 1);
+    const uint64_t b = kel_avs_ffm_readIndex(payload, 9);
+    const uint64_t e = kel_avs_ffm_readIndex(payload, 17);
+    uint32_t i = 0;
+    uint32_t n = 0;
+    uint64_t writtenAtQuery = 0;
+    {
+        std::lock_guard<std::mutex> lock(ringMutex);
+        i = ring->u32CurrentIndex;
+        n = ring->u32SampleCount;
+        writtenAtQuery = ring->u64CurrentIndex;
+    }
+    const KeywordPlan plan = planKeyword(c, b, e, i, n, FFM_PREROLL_SAMPLES);
+    if (!plan.valid) {
+        ZOR_FFM_LOG("keyword indexes out of range: cuDeIndex %llu, bgKWDeviceIndex %llu, "
+                    "endKWDeviceIndex %llu, dropped\n\n",
+                    static_cast<unsigned long long>(c), static_cast<unsigned long long>(b),
+                    static_cast<unsigned long long>(e));
+        return;
+    }
+
+    const Params settings = params();
+    kel_avs_ffm_getMetadataBlob(settings.metadataScript.c_str(), settings.metadataFile.c_str(),
+                                &metadataLen, metadata);
+
+    uint64_t writtenNow = 0;
+    {
+        std::lock_guard<std::mutex> lock(ringMutex);
+        if (ring->bInitFlag == 0) {
+            ZOR_FFM_LOG("[ERR] Ring Buffer don't init done!!!!( Don't  send "
+                        "g_fptrSendWakeWordDetectionSignalallback )\n");
+            return;
+        }
+        writtenNow = ring->u64CurrentIndex;
+        if (plan.totalBytes / 2 + (writtenNow - writtenAtQuery) > ring->u32SampleCount) {
+            ZOR_FFM_LOG("keyword block overwritten before it was copied, dropped\n\n");
+            return;
+        }
+        memset(ring->pu8CopyBuf.get(), 0, ring->u32BufSize);
+        copyPieces(plan.copy, ring->pu8RingBuf.get(), ring->pu8CopyBuf.get());
+        memcpy(ring->pu8Metadata.get(), metadata, metadataLen);
+        ring->u32MetadataLen = metadataLen;
+        ring->u64CurDeviceIndex = c;
+        ring->u64BgKWDeviceIndex = b;
+        ring->u64EndKWDeviceIndex = e;
+        ring->u32CurIdx = i;
+        ring->s64BgKWServerIndex = plan.beginServer;
+        ring->u64EndKWServerIndex = plan.endServer;
+        ring->u64TotalCopySize = plan.totalBytes;
+        ring->bKWflag.store(1, std::memory_order_release);
+        gbBufferReadDone.store(false);
+        if (bDbgDumpPCM) {
+            // Written while the block is still ours: the reader reuses the
+            // copy buffer once it has handed the block over.
+            std::lock_guard<std::mutex> dumpLock(dumpMutex);
+            if (cap->s32WWFd >= 0) {
+                const ssize_t written = write(cap->s32WWFd, ring->pu8CopyBuf.get(),
+                                              static_cast<size_t>(plan.totalBytes));
+                if (written < static_cast<ssize_t>(plan.totalBytes))
+                    ZOR_FFM_LOG("alsa short write: wrote %d bytes\n\n", static_cast<int>(written));
+            }
+        }
+    }
+
+    ZOR_PFN_WAKEWORD wakeWord = g_fptrSendWakeWordDetectionSignalallback.load();
+    if (wakeWord == nullptr) {
+        ZOR_FFM_LOG("g_fptrSendWakeWordDetectionSignalallback is null\n \n");
+    } else if (bYTSoftMicstart.load()) {
+        ZOR_FFM_LOG("youtube soft mic flow ,not call WakeWordDetectionSignalallback \n");
+    } else {
+        char keyword[8];
+        snprintf(keyword, sizeof(keyword), "%s", KEYWORD_STRING);
+        wakeWord(FFM_PREROLL_SAMPLES, plan.keywordSamples + FFM_PREROLL_SAMPLES, keyword,
+                 metadataLen, reinterpret_cast<char*>(metadata));
+    }
+    if (ZOR_PFN_VOID notify = gfptrNotifyUIWakeWordDectcallback.load())
+        notify();
+    else
+        ZOR_FFM_LOG("gfptrNotifyUIWakeWordDectcallback is null\n \n");
+
+    const uint32_t endMs = kel_avs_ffm_ClockGetInMS();
+    ZOR_FFM_LOG(" cuDeIndex %llu, bgKWDeviceIndex %llu, endKWDeviceIndex %llu, offset: %u\n\n",
+                static_cast<unsigned long long>(c), static_cast<unsigned long long>(b),
+                static_cast<unsigned long long>(e), endMs - startMs);
+    ZOR_FFM_LOG(" curIdx    %u, u64currentIndex %llu,   bgKWServerIndex %lld, endKWServerIndex "
+                "%llu, TotalCopySize %llu\n\n",
+                i, static_cast<unsigned long long>(writtenNow),
+                static_cast<long long>(plan.beginServer),
+                static_cast<unsigned long long>(plan.endServer),
+                static_cast<unsigned long long>(plan.totalBytes));
+}
+
+void* kel_avs_ffm_hid_detection_thread(void*)
+{
+    ZOR_FFM_LOG("Start ALSA capture thread!  \n\n");
+    // The running mark was taken by the starter, under the lock.
+    prctl(PR_SET_NAME, "ffm_hid_det", 0, 0, 0);
+
+    if (kel_avs_ffm_hid_init()) {
+        while (readDetectionState() == 0) {
+            kel_avs_ffm_hid_detectionLoop(&captureBufCfg, &stRingBufCfg);
+            bool ready = false;
+            {
+                std::lock_guard<std::mutex> lock(ringMutex);
+                ready = stRingBufCfg.bInitFlag != 0;
+            }
+            // Waiting on the node instead of sleeping answers a key press at
+            // once; a stop request is still seen within one interval.
+            if (ready && device)
+                device->waitForEvent(kPollIntervalMs);
+            else
+                usleep(kPollIntervalMs * 1000);
+        }
+    }
+    kel_avs_ffm_hid_deinit();
+
+    std::lock_guard<std::mutex> lock(mutex_detection_exit);
+    detection_exit = -1;
+    ZOR_FFM_LOG("Exit ffm_hid_det thread.\n\n");
+    return nullptr;
+}
+
+int detectionState()
+{
+    return readDetectionState();
+}
+
+} // namespace zor::audio::ffm

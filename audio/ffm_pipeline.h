@@ -1,0 +1,83 @@
+// State shared by the far-field capture thread, the detection thread and the
+// control functions, and the internal parameters that tests and tools set.
+#ifndef ZOR_AUDIO_FFM_PIPELINE_H
+#define ZOR_AUDIO_FFM_PIPELINE_H
+
+#include "audio/ffm_records.h"
+#include "zor/zor_callbacks.h"
+
+#include <atomic>
+#include <cstdint>
+#include <mutex>
+#include <string>
+
+namespace zor::audio::ffm
+{
+
+extern _ST_FFM_CAPTURE_BUF_CFG captureBufCfg;
+extern _ST_FFM_RING_BUF_CFG stRingBufCfg;
+
+// Guards the ring storage and indexes, the copy buffer, the metadata, the
+// keyword fields and bInitFlag, and the buffers' lifetime: the capture
+// thread takes it for each ring write and for handing a block over, the
+// detection thread for reading the write index and filling the block.
+extern std::mutex ringMutex;
+// Guards the dump descriptors against the stop step closing them.
+extern std::mutex dumpMutex;
+
+extern std::atomic<bool> gSendFFMPCMData;
+extern std::atomic<bool> gSendFFMPCMDataDirectly;
+extern std::atomic<bool> gbBufferReadDone;
+extern std::atomic<bool> gSendFFMPCMDataLast;
+extern std::atomic<bool> bKWflagLast;
+constexpr bool bDbgDumpPCM = true;
+
+extern std::atomic<ZOR_PFN_PCM> g_fptrffmSendAudioPCMDataCallback;
+extern std::atomic<ZOR_PFN_WAKEWORD> g_fptrSendWakeWordDetectionSignalallback;
+extern std::atomic<ZOR_PFN_VOID> gfptrNotifyUIWakeWordDectcallback;
+
+// Thread state words: -1 no thread, 0 running, 1 stop requested. Read and
+// written only under their locks, which live as long as the process.
+extern std::mutex mutex_capture_exit;
+extern int capture_exit;
+extern std::mutex mutex_detection_exit;
+extern int detection_exit;
+
+// "hw:C,D", written under mutex_capture_exit.
+constexpr size_t kDeviceNameSize = 16;
+extern char FFM_CAP_DEVICE[kDeviceNameSize];
+
+// What the set fixes; tests and tools move files and shorten waits.
+struct Params {
+    std::string dumpDir = "/tmp/";
+    int captureOpenAttempts = 100;
+    unsigned captureOpenDelayMs = 1000;
+    int hidOpenAttempts = 100;
+    unsigned hidOpenDelayMs = 100;
+    std::string metadataScript = "/mtd_apexe/board/firmware/xmos/spi_matedata.txt";
+    std::string metadataFile = "/mtd_rwarea/keywords_metadata.txt";
+};
+void setParams(const Params& params);
+Params params();
+
+int kel_avs_ffm_start_thread();
+int kel_avs_ffm_stop_thread();
+void* kel_avs_ffm_alsa_capture_thread(void*);
+void* kel_avs_ffm_hid_detection_thread(void*);
+uint32_t kel_avs_ffm_ClockGetInMS();
+
+// Runs `script` through the shell, then reads the count and that many
+// numbers of `file` into `blob` (one byte each, at most METADATA_BLOB_LEN).
+// 1 when the file was read, 0 when it could not be opened (length 0).
+int kel_avs_ffm_getMetadataBlob(const char* script, const char* file, uint32_t* length,
+                                uint8_t* blob);
+
+// Observers for tests and tools.
+int captureState();
+int detectionState();
+int readinessState();
+int buttonState();
+
+} // namespace zor::audio::ffm
+
+#endif

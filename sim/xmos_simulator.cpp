@@ -1,0 +1,745 @@
+#include "sim/xmos_simulator.h"
+
+#include "audio/xmos_sim_protocol.h"
+
+#include <sndfile.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cctype>
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <deque>
+#include <fcntl.h>
+#include <map>
+#include <optional>
+#include <poll.h>
+#include <spawn.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+
+extern char** environ;
+
+namespace zor::sim
+{
+
+namespace
+{
+
+using Clock = std::chrono::steady_clock;
+using std::chrono::milliseconds;
+
+constexpr unsigned kRate = 16000;
+constexpr unsigned kPeriodFrames = 320; // 20 ms, as the capture reads
+constexpr unsigned kFrameBytes = 4;     // S16_LE stereo
+constexpr auto kPeriod = milliseconds(20);
+// Queries are answered this long after a period was written (the capture
+// has taken it by then) and not later than this before the next one.
+constexpr auto kAnswerAfterWrite = milliseconds(5);
+constexpr auto kAnswerBeforeNext = milliseconds(3);
+constexpr uint16_t kEvKey = 1;
+constexpr uint16_t kKeyF23 = 193;
+
+void closeFd(int& fd)
+{
+    if (fd >= 0)
+        close(fd);
+    fd = -1;
+}
+
+void putBigEndian(uint8_t* out, uint64_t value)
+{
+    for (int k = 7; k >= 0; --k) {
+        out[k] = static_cast<uint8_t>(value & 0xff);
+        value >>= 8;
+    }
+}
+
+std::string lower(std::string text)
+{
+    for (char& c : text)
+        c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    return text;
+}
+
+} // namespace
+
+struct XmosSimulator::Impl {
+    struct Utterance {
+        uint64_t id = 0;
+        std::vector<int16_t> samples;
+        int64_t keywordBegin = -1;
+        int64_t keywordEnd = -1;
+        size_t position = 0;
+        bool started = false;
+        Played played;
+    };
+
+    // Shared with callers, under `mutex`.
+    std::mutex mutex;
+    std::condition_variable changed;
+    std::deque<Utterance> queue;
+    std::optional<Utterance> finishing; // played, its key press still due
+    std::map<uint64_t, Played> done;
+    uint64_t nextId = 1;
+    unsigned notReady = 0;
+    unsigned failTransfers = 0;
+    bool outOfRange = false;
+    bool wantVanish = false;
+    bool wantReappear = false;
+    bool running = false;
+    std::function<void(const Played&)> playedObserver;
+    std::function<void(const KeyPress&)> keyObserver;
+
+    std::atomic<uint64_t> current{0};
+    std::atomic<bool> connected{false};
+    std::atomic<bool> reading{false};
+    std::atomic<unsigned> queries{0};
+
+    std::string socketPath;
+    std::string fifoPath;
+    std::thread thread;
+
+    // The simulator thread's own.
+    int listenFd = -1;
+    int connFd = -1;
+    int fifoFd = -1;
+    bool vanished = false;
+    uint64_t written = 0; // frames written into the FIFO and not lost
+    int64_t heardBegin = -1;
+    int64_t heardEnd = -1;
+    bool pressDue = false;
+    bool queryPending = false;
+    Clock::time_point lastWrite;
+
+    bool listen(std::string* error);
+    void run();
+    void serve(Clock::time_point until);
+    void tick();
+    void answerQuery();
+    uint64_t readIndex();
+    void sendKey(int32_t value);
+    uint64_t enqueue(std::vector<int16_t> mono, int64_t begin, int64_t end);
+    bool playAndWait(std::vector<int16_t> mono, int64_t begin, int64_t end, const std::string& what,
+                     FarFieldUtterance* played, std::string* error);
+};
+
+bool XmosSimulator::Impl::listen(std::string* error)
+{
+    unlink(socketPath.c_str());
+    listenFd = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+    sockaddr_un address = {};
+    address.sun_family = AF_UNIX;
+    if (listenFd < 0 || socketPath.size() >= sizeof(address.sun_path)) {
+        if (error)
+            *error = "cannot create the device socket " + socketPath;
+        closeFd(listenFd);
+        return false;
+    }
+    strncpy(address.sun_path, socketPath.c_str(), sizeof(address.sun_path) - 1);
+    if (bind(listenFd, reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0 ||
+        ::listen(listenFd, 4) != 0) {
+        if (error)
+            *error = "cannot listen on " + socketPath + ": " + strerror(errno);
+        closeFd(listenFd);
+        return false;
+    }
+    return true;
+}
+
+uint64_t XmosSimulator::Impl::readIndex()
+{
+    int unread = 0;
+    if (fifoFd >= 0 && ioctl(fifoFd, FIONREAD, &unread) != 0)
+        unread = 0;
+    const uint64_t pending = static_cast<uint64_t>(unread) / kFrameBytes;
+    return written >= pending ? written - pending : 0;
+}
+
+void XmosSimulator::Impl::sendKey(int32_t value)
+{
+    xmos_sim::KeyEventMessage message;
+    message.type = kEvKey;
+    message.code = kKeyF23;
+    message.value = value;
+    if (connFd >= 0)
+        send(connFd, &message, sizeof(message), MSG_NOSIGNAL | MSG_DONTWAIT);
+}
+
+void XmosSimulator::Impl::answerQuery()
+{
+    queryPending = false;
+    xmos_sim::ControlReplyMessage reply;
+    const uint64_t c = readIndex();
+    uint64_t b = heardBegin >= 0 ? static_cast<uint64_t>(heardBegin) : c;
+    uint64_t e = heardEnd >= 0 ? static_cast<uint64_t>(heardEnd) : c;
+    uint8_t status = 0;
+    {
+        std::lock_guard<std::mutex> lock(mutex);
+        if (failTransfers > 0) {
+            --failTransfers;
+            reply.result = -1; // LIBUSB_ERROR_IO
+        } else {
+            reply.result = 25;
+            if (notReady > 0) {
+                --notReady;
+                status = 1;
+            }
+            if (outOfRange) {
+                b = c + 16000;
+                e = b + 8000;
+            }
+        }
+    }
+    if (reply.result > 0) {
+        reply.data[0] = status;
+        putBigEndian(reply.data + 1, c);
+        putBigEndian(reply.data + 9, b);
+        putBigEndian(reply.data + 17, e);
+    }
+    if (connFd >= 0)
+        send(connFd, &reply, sizeof(reply), MSG_NOSIGNAL | MSG_DONTWAIT);
+    queries.fetch_add(1);
+}
+
+// Handles the device socket until `until`.
+void XmosSimulator::Impl::serve(Clock::time_point until)
+{
+    for (;;) {
+        const auto now = Clock::now();
+        if (queryPending && connFd >= 0 && now >= lastWrite + kAnswerAfterWrite &&
+            now + kAnswerBeforeNext <= lastWrite + kPeriod)
+            answerQuery();
+        if (now >= until)
+            return;
+        auto wake = until;
+        if (queryPending && now < lastWrite + kAnswerAfterWrite)
+            wake = std::min(wake, lastWrite + kAnswerAfterWrite);
+
+        pollfd fds[2];
+        nfds_t count = 0;
+        if (listenFd >= 0)
+            fds[count++] = {listenFd, POLLIN, 0};
+        if (connFd >= 0)
+            fds[count++] = {connFd, POLLIN, 0};
+        const auto left = std::chrono::duration_cast<std::chrono::nanoseconds>(wake - now);
+        timespec timeout = {static_cast<time_t>(left.count() / 1000000000),
+                            static_cast<long>(left.count() % 1000000000)};
+        if (ppoll(fds, count, &timeout, nullptr) <= 0)
+            continue;
+        for (nfds_t k = 0; k < count; ++k) {
+            if (fds[k].revents == 0)
+                continue;
+            if (fds[k].fd == listenFd) {
+                const int fd = accept4(listenFd, nullptr, nullptr, SOCK_CLOEXEC);
+                if (fd >= 0) {
+                    // One library at a time: a new connection replaces the old.
+                    closeFd(connFd);
+                    connFd = fd;
+                    queryPending = false;
+                    connected.store(true);
+                }
+                continue;
+            }
+            uint8_t packet[sizeof(xmos_sim::ControlReplyMessage)];
+            const ssize_t n = recv(connFd, packet, sizeof(packet), MSG_DONTWAIT);
+            if (n == 0 || (n < 0 && errno != EAGAIN && errno != EINTR)) {
+                closeFd(connFd);
+                connected.store(false);
+                queryPending = false;
+            } else if (n > 0 && packet[0] == xmos_sim::kControlRequest) {
+                queryPending = true;
+            }
+        }
+    }
+}
+
+void XmosSimulator::Impl::tick()
+{
+    bool vanish = false;
+    bool reappear = false;
+    {
+        std::lock_guard<std::mutex> lock(mutex);
+        std::swap(vanish, wantVanish);
+        std::swap(reappear, wantReappear);
+    }
+    if (vanish && !vanished) {
+        vanished = true;
+        closeFd(connFd);
+        closeFd(listenFd);
+        unlink(socketPath.c_str());
+        closeFd(fifoFd);
+        connected.store(false);
+        reading.store(false);
+        queryPending = false;
+    }
+    if (reappear && vanished) {
+        vanished = false;
+        listen(nullptr);
+    }
+
+    // The key press of a keyword that the previous period completed: the
+    // capture has read it by now.
+    if (pressDue) {
+        pressDue = false;
+        sendKey(1);
+        sendKey(0);
+        KeyPress press{static_cast<uint64_t>(heardBegin), static_cast<uint64_t>(heardEnd),
+                       Clock::now()};
+        std::function<void(const KeyPress&)> observer;
+        std::optional<Utterance> finished;
+        {
+            std::lock_guard<std::mutex> lock(mutex);
+            observer = keyObserver;
+            if (finishing) {
+                finishing->played.keyPress = static_cast<int64_t>(readIndex());
+                finished.swap(finishing);
+            } else if (!queue.empty()) {
+                queue.front().played.keyPress = static_cast<int64_t>(readIndex());
+            }
+        }
+        if (observer)
+            observer(press);
+        if (finished) {
+            std::function<void(const Played&)> played;
+            {
+                std::lock_guard<std::mutex> lock(mutex);
+                done[finished->id] = finished->played;
+                played = playedObserver;
+            }
+            changed.notify_all();
+            if (played)
+                played(finished->played);
+        }
+    }
+    if (vanished)
+        return;
+
+    if (fifoFd < 0) {
+        fifoFd = open(fifoPath.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
+        reading.store(fifoFd >= 0);
+    }
+
+    int16_t chunk[kPeriodFrames * 2] = {};
+    std::unique_lock<std::mutex> lock(mutex);
+    Utterance* utterance = queue.empty() ? nullptr : &queue.front();
+    if (utterance != nullptr) {
+        for (unsigned k = 0; k < kPeriodFrames; ++k) {
+            const size_t at = utterance->position + k;
+            const int16_t value = at < utterance->samples.size() ? utterance->samples[at] : 0;
+            chunk[2 * k] = value;
+            chunk[2 * k + 1] = static_cast<int16_t>(~value); // the other microphone
+        }
+    }
+    lock.unlock();
+
+    bool delivered = false;
+    const uint64_t firstIndex = written;
+    if (fifoFd >= 0) {
+        const ssize_t n = write(fifoFd, chunk, sizeof(chunk));
+        if (n == static_cast<ssize_t>(sizeof(chunk))) {
+            written += kPeriodFrames;
+            delivered = true;
+        } else if (n < 0 && errno == EPIPE) {
+            // The capture went away; what it left unread is lost.
+            written = readIndex();
+            closeFd(fifoFd);
+            reading.store(false);
+        }
+    }
+    lastWrite = Clock::now();
+    current.store(readIndex());
+
+    lock.lock();
+    if (utterance == nullptr || queue.empty())
+        return;
+    utterance = &queue.front();
+    const size_t from = utterance->position;
+    const size_t to = from + kPeriodFrames;
+    if (delivered) {
+        if (!utterance->started) {
+            utterance->started = true;
+            utterance->played.firstIndex = firstIndex;
+        }
+        utterance->played.samples += kPeriodFrames;
+        const auto inChunk = [&](int64_t at) {
+            return at >= static_cast<int64_t>(from) && at < static_cast<int64_t>(to);
+        };
+        if (inChunk(utterance->keywordBegin))
+            utterance->played.keywordBegin = static_cast<int64_t>(firstIndex) +
+                                             utterance->keywordBegin - static_cast<int64_t>(from);
+        if (inChunk(utterance->keywordEnd) && utterance->played.keywordBegin >= 0) {
+            utterance->played.keywordEnd = static_cast<int64_t>(firstIndex) +
+                                           utterance->keywordEnd - static_cast<int64_t>(from);
+            heardBegin = utterance->played.keywordBegin;
+            heardEnd = utterance->played.keywordEnd;
+            pressDue = true;
+        }
+    }
+    utterance->position = to;
+    if (utterance->position >= utterance->samples.size()) {
+        Utterance finished = std::move(queue.front());
+        queue.pop_front();
+        finished.played.samples =
+            std::min<uint64_t>(finished.played.samples, finished.samples.size());
+        if (pressDue) {
+            finishing = std::move(finished);
+            return;
+        }
+        done[finished.id] = finished.played;
+        auto played = playedObserver;
+        lock.unlock();
+        changed.notify_all();
+        if (played)
+            played(finished.played);
+    }
+}
+
+void XmosSimulator::Impl::run()
+{
+    // A capture that closes the FIFO must not kill the process.
+    sigset_t block;
+    sigemptyset(&block);
+    sigaddset(&block, SIGPIPE);
+    pthread_sigmask(SIG_BLOCK, &block, nullptr);
+
+    auto next = Clock::now();
+    lastWrite = next;
+    for (;;) {
+        {
+            std::lock_guard<std::mutex> lock(mutex);
+            if (!running)
+                break;
+        }
+        serve(next);
+        tick();
+        next += kPeriod;
+        const auto now = Clock::now();
+        if (now > next + 10 * kPeriod)
+            next = now + kPeriod; // stalled: play on from now
+    }
+    closeFd(connFd);
+    closeFd(listenFd);
+    closeFd(fifoFd);
+    unlink(socketPath.c_str());
+    connected.store(false);
+    reading.store(false);
+}
+
+XmosSimulator::XmosSimulator() : m_impl(std::make_unique<Impl>()) {}
+
+XmosSimulator::~XmosSimulator()
+{
+    stop();
+}
+
+bool XmosSimulator::start(const std::string& deviceSocketPath, const std::string& alsaFifoPath,
+                          std::string* error)
+{
+    stop();
+    Impl& impl = *m_impl;
+    impl.socketPath = deviceSocketPath;
+    impl.fifoPath = alsaFifoPath;
+    struct stat info;
+    if (stat(alsaFifoPath.c_str(), &info) != 0 && mkfifo(alsaFifoPath.c_str(), 0644) != 0) {
+        if (error)
+            *error = "cannot create the FIFO " + alsaFifoPath + ": " + strerror(errno);
+        return false;
+    }
+    if (!impl.listen(error))
+        return false;
+    impl.vanished = false;
+    impl.running = true;
+    impl.thread = std::thread([&impl] { impl.run(); });
+    return true;
+}
+
+void XmosSimulator::stop()
+{
+    Impl& impl = *m_impl;
+    {
+        std::lock_guard<std::mutex> lock(impl.mutex);
+        impl.running = false;
+    }
+    if (impl.thread.joinable())
+        impl.thread.join();
+    closeFd(impl.listenFd);
+}
+
+void XmosSimulator::say(std::vector<int16_t> mono, int64_t keywordBegin, int64_t keywordEnd)
+{
+    m_impl->enqueue(std::move(mono), keywordBegin, keywordEnd);
+}
+
+bool XmosSimulator::sayWav(const std::string& path, int64_t keywordBegin, int64_t keywordEnd,
+                           std::string* error)
+{
+    std::vector<int16_t> mono;
+    if (!readWav(path, mono, error))
+        return false;
+    say(std::move(mono), keywordBegin, keywordEnd);
+    return true;
+}
+
+namespace
+{
+
+// The first and last sample above the noise floor; -1 when all is quiet.
+std::pair<int64_t, int64_t> audibleSpan(const std::vector<int16_t>& mono)
+{
+    constexpr int kFloor = 300;
+    int64_t first = -1;
+    int64_t last = -1;
+    for (size_t k = 0; k < mono.size(); ++k) {
+        if (std::abs(mono[k]) > kFloor) {
+            if (first < 0)
+                first = static_cast<int64_t>(k);
+            last = static_cast<int64_t>(k);
+        }
+    }
+    return {first, last};
+}
+
+// The sentence as audio, with the keyword span when it begins with one.
+bool speak(const std::string& text, std::vector<int16_t>& mono, int64_t& begin, int64_t& end,
+           std::string* error)
+{
+    begin = end = -1;
+    const std::string folded = lower(text);
+    const bool keyword =
+        folded.rfind("alexa", 0) == 0 &&
+        (folded.size() == 5 || !std::isalnum(static_cast<unsigned char>(folded[5])));
+    if (!keyword)
+        return XmosSimulator::synthesize(text, mono, error);
+    if (!XmosSimulator::synthesize("alexa", mono, error))
+        return false;
+    std::tie(begin, end) = audibleSpan(mono);
+    size_t rest = 5;
+    while (rest < text.size() && !std::isalnum(static_cast<unsigned char>(text[rest])))
+        ++rest;
+    if (rest < text.size()) {
+        std::vector<int16_t> more;
+        if (!XmosSimulator::synthesize(text.substr(rest), more, error))
+            return false;
+        mono.insert(mono.end(), more.begin(), more.end());
+    }
+    return true;
+}
+
+} // namespace
+
+bool XmosSimulator::sayText(const std::string& text, std::string* error)
+{
+    std::vector<int16_t> mono;
+    int64_t begin = -1;
+    int64_t end = -1;
+    if (!speak(text, mono, begin, end, error))
+        return false;
+    say(std::move(mono), begin, end);
+    return true;
+}
+
+bool XmosSimulator::waitUntilIdle(int timeoutMs)
+{
+    std::unique_lock<std::mutex> lock(m_impl->mutex);
+    return m_impl->changed.wait_for(lock, milliseconds(timeoutMs),
+                                    [this] { return m_impl->queue.empty() && !m_impl->finishing; });
+}
+
+bool XmosSimulator::sayText(const std::string& sentence, FarFieldUtterance* played,
+                            std::string* error)
+{
+    std::vector<int16_t> mono;
+    int64_t begin = -1;
+    int64_t end = -1;
+    if (!speak(sentence, mono, begin, end, error))
+        return false;
+    return m_impl->playAndWait(std::move(mono), begin, end, sentence, played, error);
+}
+
+bool XmosSimulator::sayWav(const std::string& path, FarFieldUtterance* played, std::string* error)
+{
+    std::vector<int16_t> mono;
+    if (!readWav(path, mono, error))
+        return false;
+    const std::string name = path.substr(path.find_last_of('/') + 1);
+    return m_impl->playAndWait(std::move(mono), -1, -1, name, played, error);
+}
+
+bool XmosSimulator::Impl::playAndWait(std::vector<int16_t> mono, int64_t begin, int64_t end,
+                                      const std::string& what, FarFieldUtterance* played,
+                                      std::string* error)
+{
+    const auto duration = milliseconds(mono.size() * 1000 / kRate);
+    if (played != nullptr) {
+        played->what = what;
+        played->rate = kRate;
+        played->samples = mono;
+        played->keywordBegin = begin;
+        played->keywordEnd = end;
+        played->keyPress = -1;
+    }
+    const uint64_t id = enqueue(std::move(mono), begin, end);
+    std::unique_lock<std::mutex> lock(mutex);
+    if (!changed.wait_for(lock, duration + milliseconds(5000),
+                          [&] { return done.count(id) != 0; })) {
+        if (error)
+            *error = "the device did not finish playing";
+        return false;
+    }
+    const Played result = done[id];
+    done.erase(id);
+    if (played != nullptr && result.keyPress >= 0)
+        played->keyPress = result.keyPress - static_cast<int64_t>(result.firstIndex);
+    return true;
+}
+
+uint64_t XmosSimulator::Impl::enqueue(std::vector<int16_t> mono, int64_t begin, int64_t end)
+{
+    Utterance utterance;
+    utterance.samples = std::move(mono);
+    utterance.keywordBegin = begin;
+    utterance.keywordEnd = end;
+    std::lock_guard<std::mutex> lock(mutex);
+    utterance.id = nextId++;
+    const uint64_t id = utterance.id;
+    queue.push_back(std::move(utterance));
+    return id;
+}
+
+void XmosSimulator::setNotReadyAnswers(unsigned count)
+{
+    std::lock_guard<std::mutex> lock(m_impl->mutex);
+    m_impl->notReady = count;
+}
+
+void XmosSimulator::setFailedTransfers(unsigned count)
+{
+    std::lock_guard<std::mutex> lock(m_impl->mutex);
+    m_impl->failTransfers = count;
+}
+
+void XmosSimulator::setIndexesOutOfRange(bool on)
+{
+    std::lock_guard<std::mutex> lock(m_impl->mutex);
+    m_impl->outOfRange = on;
+}
+
+void XmosSimulator::vanish()
+{
+    std::lock_guard<std::mutex> lock(m_impl->mutex);
+    m_impl->wantVanish = true;
+    m_impl->wantReappear = false;
+}
+
+void XmosSimulator::reappear()
+{
+    std::lock_guard<std::mutex> lock(m_impl->mutex);
+    m_impl->wantReappear = true;
+    m_impl->wantVanish = false;
+}
+
+void XmosSimulator::onPlayed(std::function<void(const Played&)> observer)
+{
+    std::lock_guard<std::mutex> lock(m_impl->mutex);
+    m_impl->playedObserver = std::move(observer);
+}
+
+void XmosSimulator::onKeyPress(std::function<void(const KeyPress&)> observer)
+{
+    std::lock_guard<std::mutex> lock(m_impl->mutex);
+    m_impl->keyObserver = std::move(observer);
+}
+
+uint64_t XmosSimulator::currentIndex() const
+{
+    return m_impl->current.load();
+}
+
+bool XmosSimulator::libraryConnected() const
+{
+    return m_impl->connected.load();
+}
+
+bool XmosSimulator::captureReading() const
+{
+    return m_impl->reading.load();
+}
+
+unsigned XmosSimulator::queriesAnswered() const
+{
+    return m_impl->queries.load();
+}
+
+bool XmosSimulator::readWav(const std::string& path, std::vector<int16_t>& mono, std::string* error)
+{
+    SF_INFO info = {};
+    SNDFILE* file = sf_open(path.c_str(), SFM_READ, &info);
+    if (file == nullptr) {
+        if (error)
+            *error = "cannot read " + path + ": " + sf_strerror(nullptr);
+        return false;
+    }
+    std::vector<short> frames(static_cast<size_t>(info.frames) *
+                              static_cast<size_t>(info.channels));
+    const sf_count_t got = sf_readf_short(file, frames.data(), info.frames);
+    sf_close(file);
+    std::vector<double> input(static_cast<size_t>(got));
+    for (sf_count_t f = 0; f < got; ++f) {
+        long sum = 0;
+        for (int c = 0; c < info.channels; ++c)
+            sum += frames[static_cast<size_t>(f * info.channels + c)];
+        input[static_cast<size_t>(f)] = static_cast<double>(sum) / info.channels;
+    }
+    // Linear interpolation is plenty for speech into a 16 kHz keyword engine.
+    const double step = static_cast<double>(info.samplerate) / kRate;
+    const size_t count = info.samplerate > 0 ? static_cast<size_t>(input.size() / step) : 0;
+    mono.assign(count, 0);
+    for (size_t k = 0; k < count; ++k) {
+        const double at = k * step;
+        const size_t i = static_cast<size_t>(at);
+        const double frac = at - static_cast<double>(i);
+        const double a = input[i];
+        const double b = i + 1 < input.size() ? input[i + 1] : a;
+        mono[k] = static_cast<int16_t>(std::clamp(a + (b - a) * frac, -32768.0, 32767.0));
+    }
+    return true;
+}
+
+bool XmosSimulator::synthesize(const std::string& text, std::vector<int16_t>& mono,
+                               std::string* error)
+{
+    char path[] = "/tmp/zor-xmos-say-XXXXXX.wav";
+    const int fd = mkstemps(path, 4);
+    if (fd < 0) {
+        if (error)
+            *error = std::string("cannot create a temporary file: ") + strerror(errno);
+        return false;
+    }
+    close(fd);
+    std::string textArg = text;
+    const char* argv[] = {"espeak-ng", "-w", path, textArg.c_str(), nullptr};
+    pid_t pid = 0;
+    int status = 0;
+    const int spawned =
+        posix_spawnp(&pid, "espeak-ng", nullptr, nullptr, const_cast<char**>(argv), environ);
+    if (spawned != 0 || waitpid(pid, &status, 0) != pid || !WIFEXITED(status) ||
+        WEXITSTATUS(status) != 0) {
+        unlink(path);
+        if (error)
+            *error = "espeak-ng failed (is it installed?)";
+        return false;
+    }
+    const bool ok = readWav(path, mono, error);
+    unlink(path);
+    return ok;
+}
+
+} // namespace zor::sim

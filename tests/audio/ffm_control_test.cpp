@@ -1,0 +1,113 @@
+// The far-field readiness and action-button state machines from the state
+// at load, with the messages each event prints. No transition here starts
+// the threads.
+#include "audio/ffm_pipeline.h"
+#include "zor/zor_audio.h"
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <regex>
+
+namespace ffm = zor::audio::ffm;
+
+namespace
+{
+
+// The messages of the far-field lines, prefixes removed.
+std::string messages(const std::function<void()>& action)
+{
+    testing::internal::CaptureStdout();
+    action();
+    const std::string output = testing::internal::GetCapturedStdout();
+    static const std::regex prefix(R"(\[AVS_FFM\]\[Line: [0-9]+\]\[[A-Za-z_]+\(\)\])");
+    return std::regex_replace(output, prefix, "");
+}
+
+TEST(FfmControlTest, ReadinessWithoutBothPartiesNeverStarts)
+{
+    struct Step {
+        const char* what;
+        std::function<void()> event;
+        int state;
+        const char* output;
+    };
+    const Step steps[] = {
+        {"DSP ready from idle", [] { KEL_AVS_FFM_NotifyAudDSPStatus(1); }, 2,
+         "Status = 1, enInitComplete = 0\n\n"
+         "FFM xmos is ready, starting thread when AVS is ready!!!\n\n"},
+        {"DSP ready again", [] { KEL_AVS_FFM_NotifyAudDSPStatus(1); }, 2,
+         "Status = 1, enInitComplete = 2\n\n"
+         "FFM xmos was ready, status isn't change(2)!!!\n\n"},
+        {"DSP gone before the application", [] { KEL_AVS_FFM_NotifyAudDSPStatus(0); }, 0,
+         "Status = 0, enInitComplete = 2\n\n"
+         "old Status: enNotifyActionButtonPressed=0, gSendFFMPCMDataDirectly=0\n\n"
+         "FFM xmos was ready, change status to idle!!!\n\n"},
+        {"unknown status", [] { KEL_AVS_FFM_NotifyAudDSPStatus(7); }, 0,
+         "Status = 7, enInitComplete = 0\n\nnot define Status value\n\n"},
+        {"application ready",
+         [] {
+             KEL_AVS_FFM_Init({1, 1, 2});
+         },
+         1,
+         "c8CardID = 1 c8CardID = 2 FFM_CAP_DEVICE = hw:0,0\n"
+         "FFM_CAP_DEVICE = hw:1,2\n"
+         "FFM avs is ready, starting thread when xmos is ready!!!\n\n"},
+        {"application ready again, two-digit card",
+         [] {
+             KEL_AVS_FFM_Init({1, 12, 3});
+         },
+         1,
+         "c8CardID = 12 c8CardID = 3 FFM_CAP_DEVICE = hw:1,2\n"
+         "FFM_CAP_DEVICE = hw:12,3\n"
+         "FFM avs is ready, status isn't change(1)!!!\n\n"},
+        {"DSP not ready in state 1", [] { KEL_AVS_FFM_NotifyAudDSPStatus(0); }, 1,
+         "Status = 0, enInitComplete = 1\n\n"
+         "old Status: enNotifyActionButtonPressed=0, gSendFFMPCMDataDirectly=0\n\n"
+         "FFM xmos is not ready, status isn't change(1)!!!\n\n"},
+        {"power mode 0", [] { KEL_AVS_FFM_NotifyPowerStatus(0); }, 1, "power mode 0\n\n"},
+    };
+    ASSERT_EQ(ffm::readinessState(), 0) << "must run first in its process";
+    for (const Step& step : steps) {
+        SCOPED_TRACE(step.what);
+        EXPECT_EQ(messages(step.event), step.output);
+        EXPECT_EQ(ffm::readinessState(), step.state);
+        EXPECT_EQ(ffm::captureState(), -1);
+        EXPECT_EQ(ffm::detectionState(), -1);
+    }
+}
+
+TEST(FfmControlTest, ActionButtonStates)
+{
+    struct Step {
+        const char* what;
+        std::function<void()> event;
+        int state;
+        bool direct;
+    };
+    const Step steps[] = {
+        {"request with the button idle", [] { KEL_AVS_FFM_TrigSendPCMData(true); }, 0, false},
+        {"request ends", [] { KEL_AVS_FFM_TrigSendPCMData(false); }, 0, false},
+        {"press", [] { KEL_AVS_FFM_NotifyActionButtonPressed(); }, 1, false},
+        {"press again", [] { KEL_AVS_FFM_NotifyActionButtonPressed(); }, 1, false},
+        {"request", [] { KEL_AVS_FFM_TrigSendPCMData(true); }, 2, true},
+        {"press while streaming", [] { KEL_AVS_FFM_NotifyActionButtonPressed(); }, 2, true},
+        {"request ends", [] { KEL_AVS_FFM_TrigSendPCMData(false); }, 3, false},
+        {"press after the stream", [] { KEL_AVS_FFM_NotifyActionButtonPressed(); }, 1, false},
+    };
+    for (const Step& step : steps) {
+        SCOPED_TRACE(step.what);
+        const std::string output = messages(step.event);
+        EXPECT_EQ(ffm::buttonState(), step.state);
+        EXPECT_EQ(ffm::gSendFFMPCMDataDirectly.load(), step.direct);
+        if (std::string(step.what) == "press again") {
+            EXPECT_NE(output.find("Alexa Action isn't idle\n\n"), std::string::npos);
+        }
+    }
+    // A stop resets the button.
+    KEL_AVS_FFM_TriggerCaptureData(0);
+    EXPECT_EQ(ffm::buttonState(), 0);
+    EXPECT_EQ(ffm::readinessState(), 1);
+}
+
+} // namespace
