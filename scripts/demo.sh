@@ -10,6 +10,10 @@ zorctl="$build/tools/zorctl"
 
 work=$(mktemp -d /tmp/zor-demo-XXXXXX)
 export ZOR_RUNTIME_DIR="$work/run"
+# The sound devices are files and FIFOs of our own (sim/alsa/asound.conf).
+export ALSA_CONFIG_PATH="$root/sim/alsa/asound.conf"
+export ZOR_ALSA_DIR="$work/alsa"
+mkdir -p "$ZOR_ALSA_DIR"
 sim_pid=""
 cleanup() {
     if [ -n "$sim_pid" ]; then
@@ -23,7 +27,8 @@ trap cleanup EXIT
 section() { printf '\n== %s\n' "$*"; }
 
 section "Starting the simulated television"
-"$tvsim" > "$work/tvsim.log" 2>&1 &
+# --xmos: the television also plays the far-field microphone board.
+"$tvsim" --xmos > "$work/tvsim.log" 2>&1 &
 sim_pid=$!
 for _ in $(seq 100); do
     [ -S "$ZOR_RUNTIME_DIR/oxa.kel.avs.client.sock" ] && break
