@@ -77,6 +77,9 @@ std::string words(const std::vector<std::string>& args, Bytes& out)
         long long value = 0;
         if (!parseNumber(arg, &value))
             return "not a number: " + arg;
+        // A word is signed or unsigned 32 bits; anything wider would be cut.
+        if (value < INT32_MIN || value > static_cast<long long>(UINT32_MAX))
+            return "out of range for 32 bits: " + arg;
         appendWord(out, static_cast<uint32_t>(value));
     }
     return {};

@@ -156,6 +156,8 @@ Answer Television::apply(const wire::CommandRow& row, const unsigned char* paylo
 Answer Television::applyCommand(uint32_t id, const wire::CommandRow&, const Request& request)
 {
     switch (id >> 16 & 0xF) {
+    case 1:
+        return applyAssistant(id, request);
     case 2:
         return applyVoiceControl(id, request);
     case 3:
@@ -545,6 +547,19 @@ Answer Television::applyVoiceControl(uint32_t id, const Request& request)
     default:
         return {};
     }
+}
+
+Answer Television::applyAssistant(uint32_t id, const Request& request)
+{
+    if (id == OXA_TV_CMD_ID_AVS_LOAD_URL_WINDOW) {
+        const auto record =
+            std::make_unique<ST_ZOR_APP_URL_WINDOW_T>(decode<ST_ZOR_APP_URL_WINDOW_T>(request));
+        m_state.urlWindow.param = record->u32WindowParam;
+        m_state.urlWindow.type = record->u32WindowType;
+        m_state.urlWindow.url = fieldText(record->c8URL, sizeof(record->c8URL));
+        m_state.urlWindow.background = record->u8Background;
+    }
+    return {};
 }
 
 TelevisionState Television::state() const

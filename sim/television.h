@@ -51,6 +51,7 @@ private:
     Answer applySystem(uint32_t id, const Request& request);
     Answer applyMisc(uint32_t id, const Request& request);
     Answer applyVoiceControl(uint32_t id, const Request& request);
+    Answer applyAssistant(uint32_t id, const Request& request);
 
     void tuneTo(uint32_t index);
     // -1 when no channel matches.

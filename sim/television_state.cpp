@@ -18,6 +18,7 @@ NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE_WITH_DEFAULT(YoutubeVideo, id, param)
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE_WITH_DEFAULT(BrowserCertificates, data1, data2, data3,
                                                 subjectName)
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE_WITH_DEFAULT(PortalApp, name, id)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE_WITH_DEFAULT(UrlWindow, param, type, url, background)
 
 namespace
 {
@@ -58,6 +59,7 @@ void members(Json& json, State& s, Visit visit)
     visit(json, "youtubeVideo", s.youtubeVideo);
     visit(json, "voiceControlReady", s.voiceControlReady);
     visit(json, "browserCertificates", s.browserCertificates);
+    visit(json, "urlWindow", s.urlWindow);
 }
 
 } // namespace

@@ -66,6 +66,14 @@ struct PortalApp {
     std::string id;
 };
 
+// The last URL that an assistant asked to show in a window.
+struct UrlWindow {
+    uint32_t param = 0;
+    uint32_t type = 0;
+    std::string url;
+    uint8_t background = 0;
+};
+
 struct TelevisionState {
     AudioState audio;
 
@@ -105,6 +113,7 @@ struct TelevisionState {
 
     bool voiceControlReady = false;
     BrowserCertificates browserCertificates;
+    UrlWindow urlWindow;
 };
 
 // A television with a dozen channels and four sources.
