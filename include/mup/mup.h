@@ -1,10 +1,11 @@
-/*
+/**
+ * @file
  * libmup: the messaging layer between the assistant library and the television
  * middleware. Processes talk over Unix domain sockets, one socket per service
  * name, in a private runtime directory:
  *
  *   $ZOR_RUNTIME_DIR when set, else /run/zor when it can be created, else
- *   $XDG_RUNTIME_DIR/zor, else /tmp/zor-<uid>. The directory is mode 0700 and
+ *   $XDG_RUNTIME_DIR/zor, else `/tmp/zor-<uid>`. The directory is mode 0700 and
  *   each socket 0600. A server serves only peers of its own uid and root
  *   (checked with SO_PEERCRED when a peer connects).
  *
@@ -28,7 +29,7 @@
 #define MUP_EXPORT
 #endif
 
-/*
+/**
  * A parameter buffer: bytes appended by the writer and taken in the same order
  * by the reader. Reads never go past the bytes written:
  *  - read(dst, n) copies min(n, remaining) bytes and returns that count; the
@@ -45,22 +46,25 @@ public:
     MUPParam(const MUPParam&) = delete;
     MUPParam& operator=(const MUPParam&) = delete;
 
-    /* Appends count bytes. Returns count, or -1 (nothing appended) when src is
+    /** Appends count bytes. Returns count, or -1 (nothing appended) when src is
      * null with a non-zero count or memory runs out. */
     int write(const void* src, unsigned int count);
-    /* Takes up to count bytes; returns the number copied (0 when dst is null). */
+    /** Takes up to count bytes; returns the number copied (0 when dst is null). */
     int read(void* dst, unsigned int count);
-    /* Appends one 32-bit integer; returns 4, or -1 when memory runs out. */
+    /** Appends one 32-bit integer; returns 4, or -1 when memory runs out. */
     int writeInt32(int value);
-    /* Takes one 32-bit integer, or returns -1 when fewer than 4 bytes remain. */
+    /** Takes one 32-bit integer, or returns -1 when fewer than 4 bytes remain. */
     int readInt32();
 
-    /* Bytes written so far, and bytes not yet read. */
+    /** Bytes written so far. */
     unsigned int size() const;
+    /** Bytes not yet read. */
     unsigned int remaining() const;
+    /** All bytes written, read or not; valid until the next change. */
     const unsigned char* data() const;
-    /* Replaces the contents (used by the transport when a frame arrives). */
+    /** Replaces the contents (used by the transport when a frame arrives). */
     void assign(const unsigned char* bytes, unsigned int count);
+    /** Empties the buffer and rewinds the reader. */
     void clear();
 
 private:
@@ -70,7 +74,7 @@ private:
 
 namespace OXAPC {
 
-/*
+/**
  * The handler that a registered server calls for each inbound command, on the
  * server's own thread, one command at a time in arrival order. out is null
  * when the sender does not wait for a reply; otherwise whatever the handler
@@ -80,13 +84,13 @@ class MUP_EXPORT C_OXAAVSServerHandler {
 public:
     C_OXAAVSServerHandler();
     ~C_OXAAVSServerHandler();
-    /* Default: prints a "not implemented" line on stdout and returns -1. */
+    /** Default: prints a "not implemented" line on stdout and returns -1. */
     virtual int handleCommand(unsigned int cmd, MUPParam& in, MUPParam* out, unsigned int);
 };
 
 } // namespace OXAPC
 
-/*
+/**
  * Opens (or replaces) this process's client endpoint towards the service
  * `name`. The connection itself is made lazily by the first transmission and
  * remade by a later one after the peer went away. Returns 0, or -1 for an
@@ -94,7 +98,7 @@ public:
  */
 MUP_EXPORT int OXA_TVC_NewClient(const char* name);
 
-/*
+/**
  * Sends command `cmd` with the bytes of `in` over the client endpoint. With a
  * non-null `out`, blocks until the reply arrives and stores it in `out`;
  * returns 0. Returns -1 with `out` left empty when no endpoint is open, the
@@ -106,7 +110,7 @@ MUP_EXPORT int OXA_TVC_NewClient(const char* name);
 MUP_EXPORT int OXA_TVC_TransmitCommand(unsigned int cmd, MUPParam& in, MUPParam* out,
                                        unsigned int flags);
 
-/*
+/**
  * Serves the service `name` with `handler` on a new thread, until the process
  * exits. The handler is borrowed and must outlive the process's use of it.
  * Returns 0, or -1 when the name is invalid, the handler is null, the socket

@@ -1,4 +1,8 @@
-/* libzor: the television's voice-assistant library. Include this one header. */
+/**
+ * @file
+ * libzor: the television's voice-assistant library. Include this one header
+ * (zor_transport.h is C++ only and left out of C translation units).
+ */
 #ifndef ZOR_ZOR_H
 #define ZOR_ZOR_H
 

@@ -1,4 +1,5 @@
-/*
+/**
+ * @file
  * Outbound command transport: command ids, the router and the seven class
  * encoders, and the debug level that gates the library's log lines.
  *
@@ -15,10 +16,12 @@
 
 #include "zor/zor_types.h"
 
+/** The messaging layer's namespace: command ids and the server handler. */
 namespace OXAPC {
 
+/** Outbound command ids, by class; forwardCommand() routes on bits 16 to 19. */
 enum OXA_TV_CMD_ID : unsigned int {
-    /* class 1, assistant */
+    /** class 1, assistant */
     OXA_TV_CMD_ID_AVS_INIT_COMPLETED = 0x18010001,
     OXA_TV_CMD_ID_AVS_LOAD_URL_WINDOW = 0x18010002,
     OXA_TV_CMD_ID_AVS_GET_DEVICE_SETTING = 0x18010003,
@@ -32,7 +35,7 @@ enum OXA_TV_CMD_ID : unsigned int {
     OXA_TV_CMD_ID_AVS_START_BTRC_MIC_OPEN = 0x1801000D,
     OXA_TV_CMD_ID_AVS_SET_LANGUAGE_SELECTION = 0x1801000E,
     OXA_TV_CMD_ID_AVS_FFM_WAKEWORD_DECT = 0x1801000F,
-    /* class 2, voice control */
+    /** class 2, voice control */
     OXA_TV_CMD_ID__VOICE_CTRL_INIT = 0x18020001,
     OXA_TV_CMD_ID__VOICE_CTRL_SetWallglowState = 0x18020002,
     OXA_TV_CMD_ID__VOICE_CTRL_SetWallglowToFollow = 0x18020003,
@@ -59,7 +62,7 @@ enum OXA_TV_CMD_ID : unsigned int {
     OXA_TV_CMD_ID__VOICE_CTRL_GetInputSouceList = 0x18020019,
     OXA_TV_CMD_ID__VOICE_CTRL_GetInputSouceListLen = 0x18020020,
     OXA_TV_CMD_ID__VOICE_CTRL_SetBrowerCerts = 0x18020021,
-    /* class 3, video */
+    /** class 3, video */
     OXA_TV_CMD_ID_VIDEO_SetWallglowState = 0x18030001,
     OXA_TV_CMD_ID_VIDEO_SetWallglowToFollow = 0x18030002,
     OXA_TV_CMD_ID_VIDEO_TuneToInputSrc = 0x18030003,
@@ -68,7 +71,7 @@ enum OXA_TV_CMD_ID : unsigned int {
     OXA_TV_CMD_ID_VIDEO_GetInputSouceListLen = 0x18030006,
     OXA_TV_CMD_ID_VIDEO_GetPlayerStatus = 0x18030007,
     OXA_TV_CMD_ID_VIDEO_SetPictureStyle = 0x18030008,
-    /* class 4, audio */
+    /** class 4, audio */
     OXA_TV_CMD_ID_AUDIO_SetMute = 0x18040001,
     OXA_TV_CMD_ID_AUDIO_GetMute = 0x18040002,
     OXA_TV_CMD_ID_AUDIO_SetVolume = 0x18040003,
@@ -76,7 +79,7 @@ enum OXA_TV_CMD_ID : unsigned int {
     OXA_TV_CMD_ID_AUDIO_GetMaxVolume = 0x18040005,
     OXA_TV_CMD_ID_AUDIO_SetMainAudioGain = 0x18040006,
     OXA_TV_CMD_ID_AUDIO_SetSoundStyle = 0x18040007,
-    /* class 5, channel */
+    /** class 5, channel */
     OXA_TV_CMD_ID_CHANNEL_GetChannelList = 0x18050001,
     OXA_TV_CMD_ID_CHANNEL_TuneToNextChannel = 0x18050002,
     OXA_TV_CMD_ID_CHANNEL_TuneToPreviousChannel = 0x18050003,
@@ -88,7 +91,7 @@ enum OXA_TV_CMD_ID : unsigned int {
     OXA_TV_CMD_ID_CHANNEL_StartFVPApp = 0x18050009,
     OXA_TV_CMD_ID_CHANNEL_TuneToFVPChannel = 0x1805000A,
     OXA_TV_CMD_ID_CHANNEL_TuneToChannel_2 = 0x1805000B,
-    /* class 6, system */
+    /** class 6, system */
     OXA_TV_CMD_ID_SYSTEM_SetPowerControl = 0x18060001,
     OXA_TV_CMD_ID_SYSTEM_SetUSBSource = 0x18060002,
     OXA_TV_CMD_ID_SYSTEM_SetIOTCertificate = 0x18060003,
@@ -104,7 +107,7 @@ enum OXA_TV_CMD_ID : unsigned int {
     OXA_TV_CMD_ID_SYSTEM_GetTimeZone = 0x1806000D,
     OXA_TV_CMD_ID_SYSTEM_GetFFmicOption = 0x1806000E,
     OXA_TV_CMD_ID_SYSTEM_LoadTevoraApp = 0x1806000F,
-    /* class 7, miscellaneous */
+    /** class 7, miscellaneous */
     OXA_TV_CMD_ID_MISC_SendPlaybackCtrl = 0x18070001,
     OXA_TV_CMD_ID_MISC_GetCertificate = 0x18070002,
     OXA_TV_CMD_ID_MISC_GetOptionBits = 0x18070003,
@@ -117,7 +120,7 @@ enum OXA_TV_CMD_ID : unsigned int {
 
 } // namespace OXAPC
 
-/*
+/**
  * Routes `id` by its class field to the class encoder and returns the
  * encoder's result. A class outside 1..7 is logged (error lines on) and
  * returns 0 without sending anything.
@@ -132,20 +135,31 @@ enum OXA_TV_CMD_ID : unsigned int {
  */
 ZOR_EXPORT int forwardCommand(OXAPC::OXA_TV_CMD_ID id, void* cmd_data);
 
-/* The class encoders; normally reached through forwardCommand. An id that is
- * not a command of the encoder's class returns -1 and sends nothing. */
+/** @name Class encoders
+ * Normally reached through forwardCommand(), with the same thread, ownership
+ * and results. An id that is not a command of the encoder's class returns -1
+ * and sends nothing.
+ * @{ */
+/** Assistant class (1). */
 ZOR_EXPORT int _alexaSendTransact(unsigned int id, void* cmd_data);
+/** Voice-control class (2). */
 ZOR_EXPORT int _voiceCtrlSendTransact(unsigned int id, void* cmd_data);
+/** Video class (3). */
 ZOR_EXPORT int _videoModuleSendTransact(unsigned int id, void* cmd_data);
+/** Audio class (4). */
 ZOR_EXPORT int _audioModuleSendTransact(unsigned int id, void* cmd_data);
+/** Channel class (5). */
 ZOR_EXPORT int _channelModuleSendTransact(unsigned int id, void* cmd_data);
+/** System class (6). */
 ZOR_EXPORT int _systemModuleSendTransact(unsigned int id, void* cmd_data);
+/** Miscellaneous class (7). */
 ZOR_EXPORT int _miscModuleSendTransact(unsigned int id, void* cmd_data);
+/** @} */
 
 extern "C" {
-/* The current debug level (initially 1). Safe from any thread. */
+/** The current debug level (initially 1). Safe from any thread. */
 ZOR_EXPORT int GetLogDebugLevel(void);
-/* ORs `level` into the debug level; 0 clears it. Prints both values. Called on
+/** ORs `level` into the debug level; 0 clears it. Prints both values. Called on
  * the server thread when the middleware sets the level; safe from any thread. */
 ZOR_EXPORT void setDebugLevel(_EN_DBG_PRT_LEVEL level);
 }

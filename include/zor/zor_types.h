@@ -1,4 +1,5 @@
-/*
+/**
+ * @file
  * Records and enumerations of the libzor interface.
  *
  * Every record travels to the middleware in its in-memory form: little-endian,
@@ -20,6 +21,7 @@
 #include <stdbool.h>
 #endif
 
+/** Marks a declaration as part of the shared library's exported interface. */
 #if defined(__GNUC__)
 #define ZOR_EXPORT __attribute__((visibility("default")))
 #else
@@ -32,219 +34,231 @@ extern "C" {
 
 /* ---- Set-up ---------------------------------------------------------------- */
 
+/** Application type: selects the service names of ZOR_Common_Init(). */
 typedef enum {
     EN_ZOR_COMMON_APP_TYPE_AVS = 0,
     EN_ZOR_COMMON_APP_TYPE_GA = 1,
     EN_ZOR_COMMON_APP_TYPE_IOT = 2,
 } EN_ZOR_COMMON_APP_TYPE_T;
 
-/* Debug level bits: 1 turns error lines on, 8 trace lines. Other bits are kept
+/** Debug level bits: 1 turns error lines on, 8 trace lines. Other bits are kept
  * and have no effect. */
 typedef enum {
     EN_DBG_PRT_LEVEL_NONE = 0,
     EN_DBG_PRT_LEVEL_ERROR = 1,
     EN_DBG_PRT_LEVEL_TRACE = 8,
-    /* The middleware may set any 32-bit level: these two make every int32
+    /** The middleware may set any 32-bit level: these two make every int32
      * value a valid level in C++ as well. */
     EN_DBG_PRT_LEVEL_MIN = INT32_MIN,
     EN_DBG_PRT_LEVEL_MAX = INT32_MAX,
 } _EN_DBG_PRT_LEVEL;
 
-/* Far-field microphone information, set by the middleware. */
+/** Far-field microphone information, set by the middleware. */
 typedef struct {
-    uint8_t u8Sup;   /* 1: the set has a far-field microphone */
-    int8_t c8CardID; /* ALSA card number of the far-field capture device */
-    int8_t c8DevID;  /* ALSA device number */
+    uint8_t u8Sup;   /**< 1: the set has a far-field microphone */
+    int8_t c8CardID; /**< ALSA card number of the far-field capture device */
+    int8_t c8DevID;  /**< ALSA device number */
 } _ST_FFM_INFO;
 
-/* Remote-control button mode; the values are the middleware's. */
+/** Remote-control button mode; the values are the middleware's. */
 typedef int32_t _EN_AVS_TAPPED_TYPE;
 
 /* ---- Assistant class ------------------------------------------------------- */
 
-typedef int32_t EN_AVS_STATE; /* 4 also stops local capture */
+/** Assistant state reported to the television; 4 also stops local capture. */
+typedef int32_t EN_AVS_STATE;
+/** Set-up progress reported to the television (the middleware's values). */
 typedef int32_t EN_ZOR_APP_SETUP_STATE_T;
+/** Switch-on mode (the middleware's values). */
 typedef int32_t EN_ZOR_APP_SWITCH_ON_STATE_T;
-/* Window type: 0 is sent as 0, 1 and 3 as 1, 2 as 2, anything else as 3. */
+/** Window type: 0 is sent as 0, 1 and 3 as 1, 2 as 2, anything else as 3. */
 typedef int32_t EN_ZOR_APP_WINDOW_TYPE;
 
+/** Microphone source of ZOR_App_startStreamingMicrophoneData(). */
 typedef enum {
-    EN_AVS_AUDIO_SOURCE_FFM = 0,        /* far-field microphone */
-    EN_AVS_AUDIO_SOURCE_MIDDLEWARE = 1, /* the middleware's stream */
-    EN_AVS_AUDIO_SOURCE_RC_MIC = 2,     /* remote-control microphone */
-    EN_AVS_AUDIO_SOURCE_NONE = 3,
+    EN_AVS_AUDIO_SOURCE_FFM = 0,        /**< far-field microphone */
+    EN_AVS_AUDIO_SOURCE_MIDDLEWARE = 1, /**< the middleware's stream */
+    EN_AVS_AUDIO_SOURCE_RC_MIC = 2,     /**< remote-control microphone */
+    EN_AVS_AUDIO_SOURCE_NONE = 3,       /**< nothing streams */
 } _EN_AVS_AUDIO_SOURCE_TYPE;
 
-/* URL-window record, 1036 bytes. */
+/** URL-window record, 1036 bytes. */
 typedef struct {
-    uint32_t u32WindowParam;
-    uint32_t u32WindowType;
-    char c8URL[1024]; /* a URL of exactly 1024 characters has no terminator */
-    uint8_t u8Background;
+    uint32_t u32WindowParam; /**< the caller's parameter, unchanged */
+    uint32_t u32WindowType;  /**< the window type as sent (see EN_ZOR_APP_WINDOW_TYPE) */
+    char c8URL[1024];        /**< a URL of exactly 1024 characters has no terminator */
+    uint8_t u8Background;    /**< the caller's background flag, unchanged */
 } ST_ZOR_APP_URL_WINDOW_T;
 
-/* Device settings, 68 bytes filled by the middleware; the library reads none of them. */
+/** Device settings, 68 bytes filled by the middleware; the library reads none of them. */
 typedef struct {
-    uint8_t au8Setting[68];
+    uint8_t au8Setting[68]; /**< the middleware's bytes */
 } ST_ZOR_APP_DATA_SETTING_T;
 
-/* Language record, 12 bytes. */
+/** Language record, 12 bytes. */
 typedef struct {
-    char c8Language[8];      /* at most 6 bytes of the code, zero-filled */
-    uint32_t u32LanguageLen; /* always 6 */
+    char c8Language[8];      /**< at most 6 bytes of the code, zero-filled */
+    uint32_t u32LanguageLen; /**< always 6 */
 } ST_ZOR_APP_LANGUAGE_T;
 
 /* ---- Shared string records ------------------------------------------------- */
 
-/* 72 bytes: a string of at most 64 characters and its length. */
+/** 72 bytes: a string of at most 64 characters and its length. */
 typedef struct {
-    char c8Str[65];
-    uint32_t u32StrLen;
+    char c8Str[65];     /**< the text, NUL-terminated */
+    uint32_t u32StrLen; /**< its length without the terminator */
 } _VOICECTRL_STR_INFO;
 
-/* 1032 bytes: a string of at most 1024 characters and its length. */
+/** 1032 bytes: a string of at most 1024 characters and its length. */
 typedef struct {
-    char c8Str[1025];
-    uint32_t u32StrLen;
+    char c8Str[1025];   /**< the text, NUL-terminated */
+    uint32_t u32StrLen; /**< its length without the terminator */
 } _VOICECTRL_LONG_STR_INFO;
 
 /* ---- Video class ----------------------------------------------------------- */
 
+/** Player status (the middleware's values). */
 typedef int32_t EN_VOICECTRL_PLAYBACK_STATUS;
+/** Picture style (the middleware's values). */
 typedef int32_t EN_VOICECTRL_PICTURE_MODE_T;
 
-/* Input source, 66 bytes, no padding. */
+/** Input source, 66 bytes, no padding. */
 typedef struct {
-    char c8SourceText1[33];
-    char c8SourceText2[33];
+    char c8SourceText1[33]; /**< the source's name, as the middleware filled it */
+    char c8SourceText2[33]; /**< its second text (a label), as the middleware filled it */
 } _VOICECTRL_SOURCE_INFO;
 
-/* List holder: only u32SourceNum is sent; pSourceList receives the reply. */
+/** List holder: only u32SourceNum is sent; pSourceList receives the reply. */
 typedef struct {
-    _VOICECTRL_SOURCE_INFO* pSourceList;
-    uint32_t u32SourceNum;
+    _VOICECTRL_SOURCE_INFO* pSourceList; /**< the caller's array, u32SourceNum records */
+    uint32_t u32SourceNum;               /**< the number of records asked for */
 } _VOICECTRL_SOURCE_LIST;
 
 /* ---- Audio class ----------------------------------------------------------- */
 
+/** Sound style (the middleware's values). */
 typedef int32_t EN_VOICECTRL_SOUND_MODE_T;
 
 /* ---- Channel class --------------------------------------------------------- */
 
-/* Channel record, 84 bytes. */
+/** Channel record, 84 bytes. The numeric fields are the middleware's,
+ * carried unchanged. */
 typedef struct {
-    uint32_t u32Param1;
-    uint16_t u16Param1;
-    uint16_t u16Param2;
-    uint16_t u16Param3;
-    uint16_t u16Param4;
-    uint32_t u32Param2;
-    char c8ChannelName[65];
+    uint32_t u32Param1;     /**< offset 0 */
+    uint16_t u16Param1;     /**< offset 4 */
+    uint16_t u16Param2;     /**< offset 6 */
+    uint16_t u16Param3;     /**< offset 8 */
+    uint16_t u16Param4;     /**< offset 10 */
+    uint32_t u32Param2;     /**< offset 12 */
+    char c8ChannelName[65]; /**< offset 16: the name, at most 64 characters */
 } _VOICECTRL_CHANNEL_INFO;
 
-/* List holder: only u32ChanelNum is sent; pstChanelInfo receives the reply. */
+/** List holder: only u32ChanelNum is sent; pstChanelInfo receives the reply. */
 typedef struct {
-    _VOICECTRL_CHANNEL_INFO* pstChanelInfo;
-    uint32_t u32ChanelNum;
+    _VOICECTRL_CHANNEL_INFO* pstChanelInfo; /**< the caller's array, u32ChanelNum records */
+    uint32_t u32ChanelNum;                  /**< the number of records asked for */
 } _VOICECTRL_CHANNEL_LIST;
 
-/* Change-to-channel request, 88 bytes: the channel fields, then zeros. */
+/** Change-to-channel request, 88 bytes: the channel fields, then zeros. */
 typedef struct {
-    uint32_t u32Param1;
-    uint16_t u16Param1;
-    uint16_t u16Param2;
-    uint16_t u16Param3;
-    uint16_t u16Param4;
-    uint32_t u32Param2;
-    char c8ChannelName[65];
-    uint8_t au8Reserved[7];
+    uint32_t u32Param1;     /**< offset 0 */
+    uint16_t u16Param1;     /**< offset 4 */
+    uint16_t u16Param2;     /**< offset 6 */
+    uint16_t u16Param3;     /**< offset 8 */
+    uint16_t u16Param4;     /**< offset 10 */
+    uint32_t u32Param2;     /**< offset 12 */
+    char c8ChannelName[65]; /**< offset 16: the name, at most 64 characters */
+    uint8_t au8Reserved[7]; /**< zeros */
 } _VOICECTRL_CHANNEL_CHANGE_REQ;
 
-/* Start-FVP-application request, 1088 bytes. */
+/** Start-FVP-application request, 1088 bytes. */
 typedef struct {
-    char ait_url[1024];
-    char crid[64];
+    char ait_url[1024]; /**< the application's AIT URL; no terminator when full */
+    char crid[64];      /**< the content reference; no terminator when full */
 } _VOICECTRL_FVP_APP_REQ;
 
 /* ---- System class ---------------------------------------------------------- */
 
+/** Control mode (the middleware's values). */
 typedef int32_t EN_VOICECTRL_CTRL_MODE_T;
 
-/* Firmware version reply, 40 bytes. */
+/** Firmware version reply, 40 bytes. */
 typedef struct {
-    char c8Version[40];
+    char c8Version[40]; /**< the version text, zero-filled */
 } _VOICECTRL_FW_VERSION;
 
-/* FVP recommendation path or collection CRID, 1028 bytes. */
+/** FVP recommendation path or collection CRID, 1028 bytes. */
 typedef struct {
-    char c8Text[1028];
+    char c8Text[1028]; /**< the text, zero-filled */
 } _VOICECTRL_FVP_TEXT;
 
-/* Tune-to-FVP-programme request, 1088 bytes. */
+/** Tune-to-FVP-programme request, 1088 bytes. */
 typedef struct {
-    char c8First[64];
-    char c8Second[1024];
+    char c8First[64];    /**< the first text, zero-filled */
+    char c8Second[1024]; /**< the second text, zero-filled */
 } _VOICECTRL_FVP_PROGRAM_REQ;
 
-/* AVS token, 4100 bytes: at most 2048 bytes of text are sent. */
+/** AVS token, 4100 bytes: at most 2048 bytes of text are sent. */
 typedef struct {
-    char c8Token[4096];
-    int32_t s32TokenLen;
+    char c8Token[4096];  /**< the token text */
+    int32_t s32TokenLen; /**< the caller's length (set) or the token's length (get) */
 } _VOICECTRL_AVS_TOKEN;
 
-/* Portal application request, 144 bytes. */
+/** Portal application request, 144 bytes. */
 typedef struct {
-    _VOICECTRL_STR_INFO stAppName;
-    _VOICECTRL_STR_INFO stAppId;
+    _VOICECTRL_STR_INFO stAppName; /**< the application's name */
+    _VOICECTRL_STR_INFO stAppId;   /**< the application's id */
 } _VOICECTRL_TEVORA_APP_REQ;
 
 /* ---- Miscellaneous class --------------------------------------------------- */
 
+/** Active application (the middleware's values). */
 typedef int32_t EN_VOICECTRL_ACTIVE_APP;
 
-/* Start-smart-TV-application request, 1108 bytes. */
+/** Start-smart-TV-application request, 1108 bytes. */
 typedef struct {
-    _VOICECTRL_LONG_STR_INFO stCommand;
-    _VOICECTRL_STR_INFO stAppName;
-    int32_t i4AppParam;
+    _VOICECTRL_LONG_STR_INFO stCommand; /**< the command for the application, may be empty */
+    _VOICECTRL_STR_INFO stAppName;      /**< the application's name */
+    int32_t i4AppParam;                 /**< the caller's parameter, unchanged */
 } _VOICECTRL_SMARTTV_APP_REQ;
 
-/* Start-UI-control request, 1104 bytes. */
+/** Start-UI-control request, 1104 bytes. */
 typedef struct {
-    _VOICECTRL_LONG_STR_INFO stSubCommand;
-    _VOICECTRL_STR_INFO stName;
+    _VOICECTRL_LONG_STR_INFO stSubCommand; /**< the sub-command, may be empty */
+    _VOICECTRL_STR_INFO stName;            /**< the control's name */
 } _VOICECTRL_UI_CONTROL_REQ;
 
-/* Start-YouTube-video request, 1036 bytes. */
+/** Start-YouTube-video request, 1036 bytes. */
 typedef struct {
-    _VOICECTRL_LONG_STR_INFO stVideo;
-    int32_t i4VideoParam;
+    _VOICECTRL_LONG_STR_INFO stVideo; /**< the video id, cut at 1024 characters */
+    int32_t i4VideoParam;             /**< the caller's parameter, unchanged */
 } _VOICECTRL_YOUTUBE_VIDEO_REQ;
 
-/* Option bytes, 5 bytes. */
+/** Option bytes, 5 bytes. */
 typedef struct {
-    int8_t c8Option0;
-    int8_t c8Option1; /* Google Assistant option */
-    int8_t c8Option2;
-    int8_t c8Option3;
-    int8_t c8Option4; /* wall-lighting option */
+    int8_t c8Option0; /**< option byte 0 */
+    int8_t c8Option1; /**< Google Assistant option */
+    int8_t c8Option2; /**< option byte 2 */
+    int8_t c8Option3; /**< option byte 3 */
+    int8_t c8Option4; /**< wall-lighting option */
 } _VOICECTRL_OPTION_BITS;
 
-/* Certificate record, 6148 bytes. */
+/** Capacity of the certificate record's data field. */
 #define MAX_LEN 6144
+/** Certificate record, 6148 bytes. */
 typedef struct {
-    char c8CertData[MAX_LEN];
-    uint32_t u32BufLen;
+    char c8CertData[MAX_LEN]; /**< the certificate's bytes, no terminator */
+    uint32_t u32BufLen;       /**< the number of bytes in c8CertData */
 } _VOICECTRL_CERT_DATA;
 
 /* ---- Voice-control class --------------------------------------------------- */
 
-/* Browser certificates: four caller-owned strings, none of them null. */
+/** Browser certificates: four caller-owned strings, none of them null. */
 typedef struct {
-    char* pcData1;
-    char* pcData2;
-    char* pcData3;
-    char* pcSubjectName;
+    char* pcData1;       /**< first certificate */
+    char* pcData2;       /**< second certificate */
+    char* pcData3;       /**< third certificate */
+    char* pcSubjectName; /**< the subject name */
 } _VOICECTRL_BROWSER_CERT_INFO;
 
 #ifdef __cplusplus
