@@ -4,21 +4,27 @@ JOBS ?= $(shell nproc)
 CMAKE_FLAGS ?=
 TSAN_RUN = setarch $(shell uname -m) -R
 
-.PHONY: all deps deps-armhf build test test-native test-asan test-tsan test-armhf demo bench fuzz-build fuzz fuzz-ci clean
+.PHONY: all deps deps-web deps-armhf deps-docs docs build test test-native test-asan test-tsan test-armhf demo demo-web bench fuzz-build fuzz fuzz-ci clean
 
 all: build
 
 deps:
 	@scripts/install-deps.sh host
 
+deps-web:
+	@scripts/install-deps.sh web
+
 deps-armhf:
 	@scripts/install-deps.sh armhf
+
+deps-docs:
+	@scripts/install-deps.sh docs
 
 build: deps
 	cmake -S . -B build -DCMAKE_BUILD_TYPE=RelWithDebInfo $(CMAKE_FLAGS)
 	cmake --build build -j $(JOBS)
 
-test: build
+test: build deps-web
 	$(MAKE) --no-print-directory test-native test-asan test-tsan
 
 test-native:
@@ -29,7 +35,7 @@ test-asan:
 	cmake -S . -B build-asan -DCMAKE_BUILD_TYPE=Debug -DZOR_SANITIZE=address $(CMAKE_FLAGS)
 	cmake --build build-asan -j $(JOBS)
 	ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
-		ctest --test-dir build-asan --output-on-failure -j $(JOBS)
+		ctest --test-dir build-asan --output-on-failure -LE web -E package_install -j $(JOBS)
 
 # The threaded tests under ThreadSanitizer (address randomisation off, which
 # some kernels need for its shadow memory).
@@ -37,17 +43,28 @@ test-tsan:
 	cmake -S . -B build-tsan -DCMAKE_BUILD_TYPE=Debug -DZOR_SANITIZE=thread $(CMAKE_FLAGS)
 	cmake --build build-tsan -j $(JOBS)
 	TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1 \
-		$(TSAN_RUN) ctest --test-dir build-tsan --output-on-failure -L threaded -j $(JOBS)
+		$(TSAN_RUN) ctest --test-dir build-tsan --output-on-failure -L threaded -LE web -j $(JOBS)
 
 # Cross-build for armhf and run the tests under qemu-arm.
 test-armhf: deps-armhf
 	cmake -S . -B build-armhf -DCMAKE_BUILD_TYPE=RelWithDebInfo \
 		-DCMAKE_TOOLCHAIN_FILE=cmake/armhf-toolchain.cmake $(CMAKE_FLAGS)
 	cmake --build build-armhf -j $(JOBS)
-	ctest --test-dir build-armhf --output-on-failure -j $(JOBS)
+	ctest --test-dir build-armhf --output-on-failure -LE web -j $(JOBS)
+
+# The API reference from the public headers, into build-docs/html; any
+# Doxygen warning fails it.
+docs: deps-docs
+	cmake -S docs -B build-docs
+	cmake --build build-docs --target docs
 
 demo: build
 	scripts/demo.sh build
+
+# The virtual television in a browser: prints the page's address and runs
+# until Ctrl-C (WEB_PORT=8480 by default).
+demo-web: build
+	scripts/demo-web.sh build
 
 bench: deps
 	cmake -S . -B build-bench -DCMAKE_BUILD_TYPE=Release -DZOR_BUILD_BENCH=ON -DZOR_BUILD_TESTS=OFF $(CMAKE_FLAGS)
@@ -70,4 +87,4 @@ fuzz-ci: fuzz-build
 	scripts/run-fuzz.sh build-fuzz 60
 
 clean:
-	rm -rf build build-asan build-tsan build-armhf build-bench build-fuzz
+	rm -rf build build-asan build-tsan build-armhf build-bench build-fuzz build-docs

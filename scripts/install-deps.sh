@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Installs the Debian 12 packages the project needs, only those missing.
-# usage: install-deps.sh host|armhf|web
+# usage: install-deps.sh host|armhf|docs|web
 set -euo pipefail
 
 what=${1:-host}
@@ -10,7 +10,17 @@ host_packages=(
     libgtest-dev libgmock-dev libbenchmark-dev nlohmann-json3-dev libcli11-dev
     espeak-ng sox alsa-utils
     clang libclang-rt-14-dev
+    libcpp-httplib-dev
 )
+# The API reference (make docs): Doxygen only, no graphs.
+docs_packages=(cmake doxygen)
+# The dashboard's browser test (ctest -L web): Debian's Chromium, Node with
+# npm (the machine's own Node 20 is kept when there is one), and the locked
+# Node modules of tests/web.
+web_packages=(chromium)
+if ! command -v node > /dev/null || ! command -v npm > /dev/null; then
+    web_packages+=(nodejs npm)
+fi
 armhf_packages=(
     g++-arm-linux-gnueabihf qemu-user
     libasound2-dev:armhf libevdev-dev:armhf libusb-1.0-0-dev:armhf
@@ -20,7 +30,9 @@ armhf_packages=(
 case "$what" in
 host) packages=("${host_packages[@]}") ;;
 armhf) packages=("${host_packages[@]}" "${armhf_packages[@]}") ;;
-*) echo "usage: $0 host|armhf" >&2; exit 2 ;;
+docs) packages=("${docs_packages[@]}") ;;
+web) packages=("${web_packages[@]}") ;;
+*) echo "usage: $0 host|armhf|docs|web" >&2; exit 2 ;;
 esac
 
 sudo=""
@@ -40,14 +52,19 @@ for package in "${packages[@]}"; do
     fi
 done
 
-if [ ${#missing[@]} -eq 0 ] && [ -z "${need_update:-}" ]; then
-    exit 0
+if [ ${#missing[@]} -gt 0 ] || [ -n "${need_update:-}" ]; then
+    echo "Installing: ${missing[*]}"
+    # One unreachable index must not stop the set-up; the install below tells
+    # whether what we need could be found.
+    $sudo apt-get update -q || echo "apt-get update reported an error; going on"
+    if [ ${#missing[@]} -gt 0 ]; then
+        $sudo env DEBIAN_FRONTEND=noninteractive apt-get install -y -q --no-install-recommends "${missing[@]}"
+    fi
 fi
 
-echo "Installing: ${missing[*]}"
-# One unreachable index must not stop the set-up; the install below tells
-# whether what we need could be found.
-$sudo apt-get update -q || echo "apt-get update reported an error; going on"
-if [ ${#missing[@]} -gt 0 ]; then
-    $sudo env DEBIAN_FRONTEND=noninteractive apt-get install -y -q --no-install-recommends "${missing[@]}"
+if [ "$what" = web ]; then
+    web_tests="$(cd "$(dirname "$0")/.." && pwd)/tests/web"
+    if [ ! -d "$web_tests/node_modules/playwright-core" ]; then
+        (cd "$web_tests" && npm ci --no-audit --no-fund)
+    fi
 fi

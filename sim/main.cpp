@@ -3,9 +3,13 @@
 // television model and prints one decoded line per command.
 #include "mup/server.h"
 #include "sim/console.h"
+#include "sim/dashboard_feed.h"
 #include "sim/middleware_handler.h"
 #include "sim/television.h"
 #include "sim/television_options.h"
+#include "sim/web_server.h"
+#include "sim/xmos_console.h"
+#include "zor/zor_version.h"
 
 #include <CLI/CLI.hpp>
 
@@ -30,12 +34,16 @@ constexpr const char* kClientServices[] = {
 int main(int argc, char** argv)
 {
     CLI::App app{"Simulated television middleware for libzor applications"};
+    app.set_version_flag("--version", "tvsim (libzor) " ZOR_VERSION_STRING);
     bool quiet = false;
     app.add_flag("-q,--quiet", quiet, "Do not print a line per command");
     zor::sim::TelevisionOptions televisionOptions;
     zor::sim::addTelevisionOptions(app, televisionOptions);
     zor::sim::ConsoleOptions consoleOptions;
     zor::sim::addConsoleOptions(app, consoleOptions);
+    zor::sim::addXmosOptions(app, consoleOptions);
+    zor::sim::WebOptions webOptions;
+    zor::sim::addWebOptions(app, webOptions);
     CLI11_PARSE(app, argc, argv);
     if (zor::sim::isControlClient(consoleOptions))
         return zor::sim::runControlClient(consoleOptions);
@@ -49,7 +57,11 @@ int main(int argc, char** argv)
     pthread_sigmask(SIG_BLOCK, &stopSignals, nullptr);
 
     std::mutex outputLock;
+    // Set before the services start; the web dashboard shows every line.
+    std::unique_ptr<zor::sim::DashboardFeed> feed;
     const zor::sim::MiddlewareHandler::LineSink sink = [&](const std::string& line) {
+        if (feed)
+            feed->publishLine(line);
         if (quiet)
             return;
         std::lock_guard<std::mutex> guard(outputLock);
@@ -63,6 +75,7 @@ int main(int argc, char** argv)
         fprintf(stderr, "tvsim: %s\n", televisionError.c_str());
         return 1;
     }
+    feed = std::make_unique<zor::sim::DashboardFeed>(*television);
     std::vector<std::unique_ptr<zor::sim::MiddlewareHandler>> handlers;
     std::vector<std::unique_ptr<mup::Server>> servers;
     for (const char* service : kClientServices) {
@@ -77,14 +90,37 @@ int main(int argc, char** argv)
     printf("tvsim: serving %zu services; Ctrl-C stops\n", servers.size());
     fflush(stdout);
     // Sends the middleware's own commands to the applications.
-    auto console = zor::sim::Console::start(consoleOptions);
+    std::string xmosError;
+    auto xmos = zor::sim::startXmos(consoleOptions, &xmosError);
+    if (consoleOptions.xmos && !xmos) {
+        fprintf(stderr, "tvsim: far-field board: %s\n", xmosError.c_str());
+        return 1;
+    }
+    auto console = zor::sim::Console::start(
+        consoleOptions, xmos ? zor::sim::xmosCommands(*xmos) : zor::sim::CommandHook{});
     if (!console)
         return 1;
+    std::unique_ptr<zor::sim::WebServer> web;
+    if (zor::sim::webWanted(webOptions)) {
+        std::string webError;
+        web = zor::sim::WebServer::start(
+            webOptions, *feed,
+            [&console](const std::string& line) { return console->execute(line); }, xmos.get(),
+            &webError);
+        if (!web) {
+            fprintf(stderr, "tvsim: %s\n", webError.c_str());
+            return 1;
+        }
+        printf("tvsim: dashboard at %s\n", web->address().c_str());
+        fflush(stdout);
+    }
 
     int signal = 0;
     sigwait(&stopSignals, &signal);
 
+    web.reset(); // it runs commands through the console
     console.reset();
+    xmos.reset();
     // Servers go first: they remove their sockets and stop calling the handlers.
     servers.clear();
     handlers.clear();

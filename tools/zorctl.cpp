@@ -1,6 +1,7 @@
 #include "tools/zorctl.h"
 
 #include "zor/zor.h"
+#include "zor/zor_version.h"
 
 #include <cstdio>
 #include <map>
@@ -23,6 +24,7 @@ int reportStatus(const char* what, int status)
 int main(int argc, char** argv)
 {
     CLI::App app{"Acts as an assistant application through libzor"};
+    app.set_version_flag("--version", "zorctl (libzor) " ZOR_VERSION_STRING);
     app.require_subcommand(1);
 
     std::string appType = "avs";
