@@ -35,16 +35,16 @@ protected:
     }
 
     // Sends one command and returns its reply; waits for `events` callback calls.
-    std::string send(const std::string& spec, size_t events = 1)
+    std::string send(const std::string& request, size_t events = 1)
     {
-        auto lines = sendInbound(kAvsServer, {spec});
+        auto lines = sendInbound(kAvsServer, {request});
         waitForEvents(events);
         return lines.size() == 1 ? replyOf(lines[0]) : "no output";
     }
 };
 
 struct SynchronousCase {
-    const char* spec;     // id:payload as the middleware sends it
+    const char* request;     // id:payload as the middleware sends it
     const char* callback; // what the application's callback received
     const char* reply;
 };
@@ -90,9 +90,9 @@ TEST_F(InboundCommandsTest, EachCommandReachesItsCallbackAndIsAnswered)
 {
     setCertificateAnswer(42);
     for (const SynchronousCase& c : kSynchronousCases) {
-        SCOPED_TRACE(c.spec);
+        SCOPED_TRACE(c.request);
         clearRecordedEvents();
-        EXPECT_EQ(send(c.spec), c.reply);
+        EXPECT_EQ(send(c.request), c.reply);
         EXPECT_THAT(eventTexts(recordedEvents()), ElementsAre(c.callback));
     }
 }

@@ -157,8 +157,8 @@ std::vector<std::string> sendInbound(const std::string& service,
     if (const char* emulator = getenv("ZOR_TEST_EMULATOR"))
         command += std::string(emulator) + " ";
     command += builtProgram("tests/server/server_inbound_send") + " " + service;
-    for (const std::string& spec : commands)
-        command += " '" + spec + "'";
+    for (const std::string& request : commands)
+        command += " '" + request + "'";
 
     std::vector<std::string> lines;
     FILE* pipe = popen(command.c_str(), "r");

@@ -40,13 +40,13 @@ int main(int argc, char** argv)
         return 2;
 
     for (int i = 2; i < argc; ++i) {
-        const std::string spec = argv[i];
-        const size_t first = spec.find(':');
-        const size_t second = first == std::string::npos ? first : spec.find(':', first + 1);
+        const std::string word = argv[i];
+        const size_t first = word.find(':');
+        const size_t second = first == std::string::npos ? first : word.find(':', first + 1);
         const unsigned int id =
-            static_cast<unsigned int>(std::stoul(spec.substr(0, first), nullptr, 16));
+            static_cast<unsigned int>(std::stoul(word.substr(0, first), nullptr, 16));
         const std::string payload =
-            first == std::string::npos ? "" : spec.substr(first + 1, second - first - 1);
+            first == std::string::npos ? "" : word.substr(first + 1, second - first - 1);
         const bool wantsReply = second == std::string::npos;
 
         MUPParam request;
