@@ -4,6 +4,8 @@
 // live period.
 #include "audio/ffm_capture.h"
 
+#include "mup/no_destructor.h"
+
 #include "audio/ffm_pipeline.h"
 #include "audio/ffm_ring.h"
 #include "audio/softmic_output.h"
@@ -40,7 +42,9 @@ namespace
 {
 
 std::mutex paramsMutex;
-Params currentParams;
+// Never destroyed: detached pipeline threads may still read it while the
+// process exits.
+mup::NoDestructor<Params> currentParams;
 
 int readCaptureState()
 {
@@ -453,13 +457,13 @@ uint32_t kel_avs_ffm_ClockGetInMS()
 void setParams(const Params& settings)
 {
     std::lock_guard<std::mutex> lock(paramsMutex);
-    currentParams = settings;
+    *currentParams = settings;
 }
 
 Params params()
 {
     std::lock_guard<std::mutex> lock(paramsMutex);
-    return currentParams;
+    return *currentParams;
 }
 
 int captureState()

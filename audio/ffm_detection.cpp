@@ -2,6 +2,7 @@
 // board's key events; on KEY_F23 it asks the board where the keyword lies,
 // cuts it with half a second of pre-roll out of the ring and tells the
 // application.
+#include "mup/no_destructor.h"
 #include "audio/ffm_detection.h"
 
 #include "audio/ffm_pipeline.h"
@@ -43,7 +44,10 @@ constexpr int kIndexQueryAttempts = 50;
 constexpr unsigned kIndexQueryPauseUs = 2000;
 
 // Opened, used and closed by the detection thread only.
-std::unique_ptr<XmosDevice> device;
+// Never destroyed: the detached detection thread may still use the device
+// while the process exits.
+mup::NoDestructor<std::unique_ptr<XmosDevice>> deviceHolder;
+std::unique_ptr<XmosDevice>& device = *deviceHolder;
 
 int readDetectionState()
 {
