@@ -18,4 +18,4 @@ node_major=$(node -p 'process.versions.node.split(".")[0]' 2> /dev/null || echo 
 [ -x "${ZOR_TEST_BIN_DIR:-}/sim/tvsim" ] || skip "tvsim is not built"
 [ -x "${ZOR_TEST_BIN_DIR:-}/tools/zorctl" ] || skip "zorctl is not built"
 
-cd "$here" && exec node --test --test-reporter=spec dashboard.test.mjs
+cd "$here" && exec node --test dashboard.test.mjs
