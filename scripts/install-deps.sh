@@ -65,6 +65,7 @@ fi
 if [ "$what" = web ]; then
     web_tests="$(cd "$(dirname "$0")/.." && pwd)/tests/web"
     if [ ! -d "$web_tests/node_modules/playwright-core" ]; then
-        (cd "$web_tests" && npm ci --no-audit --no-fund)
+        (cd "$web_tests" && npm ci --no-audit --no-fund) ||
+            echo "npm ci failed: the browser test will be skipped"
     fi
 fi
