@@ -164,7 +164,9 @@ TEST(FfmPipelineTest, BoardFailuresDropOrDelayTheDetection)
     bench.board().setNotReadyAnswers(3);
     unsigned before = bench.board().queriesAnswered();
     sayShortKeyword(bench);
-    ASSERT_TRUE(waitFor([] { return wakeWords() == 1; }));
+    // The notify-UI callback follows the wake-word one: wait for both before
+    // the counts are cleared.
+    ASSERT_TRUE(waitFor([] { return wakeWords() == 1 && notifications() == 1; }));
     EXPECT_EQ(bench.board().queriesAnswered() - before, 4u);
 
     // A board that is never ready: the detection is given up.
