@@ -60,6 +60,48 @@ bool printable(const std::string& text)
     return true;
 }
 
+// The page's JSON bodies carry one text field: present, a string, not blank,
+// within `maxChars` and free of control characters. Refuses with a message
+// naming the field (`noun`) and returns false otherwise.
+struct TextField {
+    const char* key;
+    const char* objectExample; // shown when the body is not an object
+    const char* stringExample; // shown when the field is missing or no string
+    const char* noun;
+    size_t maxChars;
+};
+
+bool readTextField(const httplib::Request& req, httplib::Response& res, const TextField& field,
+                   std::string* text)
+{
+    const json body = json::parse(req.body, nullptr, false);
+    if (body.is_discarded() || !body.is_object()) {
+        refuse(res, std::string("the body must be a JSON object such as ") + field.objectExample);
+        return false;
+    }
+    const auto value = body.find(field.key);
+    if (value == body.end() || !value->is_string()) {
+        refuse(res, std::string("\"") + field.key + "\" must be a string" + field.stringExample);
+        return false;
+    }
+    *text = value->get<std::string>();
+    const std::string noun = field.noun;
+    if (text->find_first_not_of(' ') == std::string::npos) {
+        refuse(res, "the " + noun + " is empty");
+        return false;
+    }
+    if (text->size() > field.maxChars) {
+        refuse(res, "the " + noun + " is longer than " + std::to_string(field.maxChars) +
+                        " characters");
+        return false;
+    }
+    if (!printable(*text)) {
+        refuse(res, "the " + noun + " holds control characters");
+        return false;
+    }
+    return true;
+}
+
 // The command word and its arguments joined by single spaces, as the
 // console sends them; "@ga tap": the application prefix is not the command.
 std::pair<std::string, std::string> commandOf(const std::string& line)
@@ -445,20 +487,12 @@ void WebServer::Impl::execute(const std::string& line, const std::string& shown,
 
 void WebServer::Impl::runCommand(const httplib::Request& req, httplib::Response& res)
 {
-    const json body = json::parse(req.body, nullptr, false);
-    if (body.is_discarded() || !body.is_object())
-        return refuse(res, "the body must be a JSON object such as {\"line\": \"tap\"}");
-    const auto line = body.find("line");
-    if (line == body.end() || !line->is_string())
-        return refuse(res, "\"line\" must be a string such as \"tap\"");
-    const std::string text = line->get<std::string>();
-    if (text.find_first_not_of(' ') == std::string::npos)
-        return refuse(res, "the command is empty");
-    if (text.size() > kMaxCommandChars)
-        return refuse(res, "the command is longer than " + std::to_string(kMaxCommandChars) +
-                               " characters");
-    if (!printable(text))
-        return refuse(res, "the command holds control characters");
+    std::string text;
+    if (!readTextField(req, res,
+                       {"line", "{\"line\": \"tap\"}", " such as \"tap\"", "command",
+                        kMaxCommandChars},
+                       &text))
+        return;
     const auto [command, arguments] = commandOf(text);
     if (command == "quit")
         return refuse(res, "quit is not available from the page");
@@ -505,20 +539,12 @@ void WebServer::Impl::answerUtterance(bool played, const FarFieldUtterance& utte
 
 void WebServer::Impl::runSay(const httplib::Request& req, httplib::Response& res)
 {
-    const json body = json::parse(req.body, nullptr, false);
-    if (body.is_discarded() || !body.is_object())
-        return refuse(res, "the body must be a JSON object such as {\"text\": \"Alexa, hello\"}");
-    const auto text = body.find("text");
-    if (text == body.end() || !text->is_string())
-        return refuse(res, "\"text\" must be a string");
-    const std::string sentence = text->get<std::string>();
-    if (sentence.find_first_not_of(' ') == std::string::npos)
-        return refuse(res, "the sentence is empty");
-    if (sentence.size() > kMaxSentenceChars)
-        return refuse(res, "the sentence is longer than " + std::to_string(kMaxSentenceChars) +
-                               " characters");
-    if (!printable(sentence))
-        return refuse(res, "the sentence holds control characters");
+    std::string sentence;
+    if (!readTextField(req, res,
+                       {"text", "{\"text\": \"Alexa, hello\"}", "", "sentence",
+                        kMaxSentenceChars},
+                       &sentence))
+        return;
     if (!m_voice)
         return refuse(res, "this tvsim has no simulated far-field device", 503);
     std::unique_lock<std::mutex> speaking(m_speaking, std::try_to_lock);
