@@ -14,16 +14,6 @@
 namespace zor::test
 {
 
-namespace
-{
-
-int countEntries(const char* dir)
-{
-    return static_cast<int>(listDir(dir).size());
-}
-
-} // namespace
-
 std::string AlsaSim::simConfigPath()
 {
     return ZOR_ALSA_SIM_CONF;
@@ -97,27 +87,6 @@ std::vector<std::string> listDir(const std::string& dir)
         closedir(d);
     }
     return names;
-}
-
-int openFdCount()
-{
-    return countEntries("/proc/self/fd") - 1; // the listing's own descriptor
-}
-
-int threadCount()
-{
-    return countEntries("/proc/self/task");
-}
-
-bool waitForThreadCount(int count, int timeoutMs)
-{
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
-    while (threadCount() > count) {
-        if (std::chrono::steady_clock::now() > deadline)
-            return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    return true;
 }
 
 std::vector<std::string> splitLines(const std::string& text)

@@ -42,11 +42,6 @@ Bytes readFile(const std::string& path);
 void writeFile(const std::string& path, const Bytes& bytes);
 std::vector<std::string> listDir(const std::string& dir);
 
-int openFdCount();
-int threadCount();
-// Polls until the thread count is at most `count`; false after `timeoutMs`.
-bool waitForThreadCount(int count, int timeoutMs = 5000);
-
 std::vector<std::string> splitLines(const std::string& text);
 
 } // namespace zor::test

@@ -3,6 +3,7 @@
 // the capture state machine must survive every start/stop order and failure.
 #include "audio/rc_capture.h"
 #include "tests/audio/alsa_sim.h"
+#include "tests/support/process_counts.h"
 #include "zor/zor_audio.h"
 
 #include <gmock/gmock.h>
@@ -135,7 +136,7 @@ protected:
         alsaCaptureRegisterCallback(recordPeriod);
         recorder.reset(0);
         ASSERT_EQ(zor::audio::captureState(), -1);
-        m_baseThreads = threadCount();
+        m_baseThreads = settledThreadCount();
     }
 
     void TearDown() override
@@ -398,7 +399,7 @@ TEST_F(RcCaptureTest, TwoHundredStartStopCyclesLeakNoDescriptorOrThread)
     stopAlsaCaptureThread();
     waitForEnd();
     const int fds = openFdCount();
-    const int threads = threadCount();
+    const int threads = settledThreadCount();
     recorder.reset(0);
 
     for (int i = 0; i < 200; ++i) {
@@ -411,7 +412,7 @@ TEST_F(RcCaptureTest, TwoHundredStartStopCyclesLeakNoDescriptorOrThread)
         recorder.reset(0);
     }
     EXPECT_TRUE(waitForThreadCount(threads));
-    EXPECT_EQ(threadCount(), threads);
+    EXPECT_EQ(settledThreadCount(), threads);
     EXPECT_EQ(openFdCount(), fds);
     testing::internal::GetCapturedStdout();
 }

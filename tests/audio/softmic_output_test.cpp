@@ -3,6 +3,7 @@
 // writes must be safe against each other.
 #include "audio/softmic_output.h"
 #include "tests/audio/alsa_sim.h"
+#include "tests/support/process_counts.h"
 #include "zor/zor_audio.h"
 
 #include <gmock/gmock.h>

@@ -51,20 +51,6 @@ inline std::string readFile(const std::string& path)
     return content.str();
 }
 
-inline int countOpenFds()
-{
-    int count = 0;
-    DIR* dir = opendir("/proc/self/fd");
-    if (!dir)
-        return -1;
-    while (dirent* entry = readdir(dir)) {
-        if (entry->d_name[0] != '.')
-            ++count;
-    }
-    closedir(dir);
-    return count;
-}
-
 inline void removeTree(const std::string& path)
 {
     struct stat info = {};

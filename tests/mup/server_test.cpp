@@ -4,6 +4,7 @@
 #include "mup/client.h"
 #include "mup/server.h"
 #include "tests/mup/mup_test_util.h"
+#include "tests/support/process_counts.h"
 
 #include <gtest/gtest.h>
 
@@ -57,17 +58,6 @@ public:
     mup::Server* server = nullptr;
 };
 
-int countThreads()
-{
-    int count = 0;
-    if (DIR* dir = opendir("/proc/self/task")) {
-        while (dirent* entry = readdir(dir))
-            count += entry->d_name[0] != '.';
-        closedir(dir);
-    }
-    return count;
-}
-
 TEST(Lifecycle, NoDescriptorOrThreadOutlivesItsObject)
 {
     TestRuntime runtime;
@@ -75,8 +65,8 @@ TEST(Lifecycle, NoDescriptorOrThreadOutlivesItsObject)
     // One cycle first: a sanitizer starts a helper thread with the first
     // thread of the process.
     mup::Server::start("svc.warmup", handler).reset();
-    const int fdsBefore = countOpenFds();
-    const int threadsBefore = countThreads();
+    const int fdsBefore = zor::test::openFdCount();
+    const int threadsBefore = zor::test::settledThreadCount();
 
     {
         std::unique_ptr<mup::Server> server = mup::Server::start("svc.cycle", handler);
@@ -106,12 +96,9 @@ TEST(Lifecycle, NoDescriptorOrThreadOutlivesItsObject)
         server->stop();
     }
 
-    EXPECT_EQ(countOpenFds(), fdsBefore);
-    // A joined thread can stay listed for a moment under an emulator (the
-    // host thread ends after the join returns): wait a bounded time.
-    for (int i = 0; i < 200 && countThreads() != threadsBefore; ++i)
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    EXPECT_EQ(countThreads(), threadsBefore);
+    EXPECT_EQ(zor::test::openFdCount(), fdsBefore);
+    EXPECT_TRUE(zor::test::waitForThreadCount(threadsBefore));
+    EXPECT_EQ(zor::test::settledThreadCount(), threadsBefore);
 }
 
 TEST(Handler, ThrowingHandlerGivesAnEmptyReplyAndServingGoesOn)
