@@ -8,7 +8,8 @@
 
 using namespace OXAPC;
 
-namespace {
+namespace
+{
 
 int sendWord(OXA_TV_CMD_ID id, uint32_t word)
 {

@@ -13,7 +13,8 @@
 AVSServerBackend g_stAVSServerBackend;
 ST_AVSP_CALLBACK_FUN g_stAVSP_CBHandle = {};
 
-namespace {
+namespace
+{
 
 struct AppServices {
     const char* typeLine;

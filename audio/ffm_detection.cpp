@@ -2,8 +2,8 @@
 // board's key events; on KEY_F23 it asks the board where the keyword lies,
 // cuts it with half a second of pre-roll out of the ring and tells the
 // application.
-#include "mup/no_destructor.h"
 #include "audio/ffm_detection.h"
+#include "mup/no_destructor.h"
 
 #include "audio/ffm_pipeline.h"
 #include "audio/ffm_ring.h"

@@ -8,7 +8,8 @@
 
 #include <pthread.h>
 
-class AVSServerBackend : public OXAPC::C_OXAAVSServerHandler {
+class AVSServerBackend : public OXAPC::C_OXAAVSServerHandler
+{
 public:
     AVSServerBackend();
     ~AVSServerBackend();

@@ -20,7 +20,8 @@
 #include <pthread.h>
 #include <vector>
 
-namespace {
+namespace
+{
 
 // The services that the applications' client endpoints connect to.
 constexpr const char* kClientServices[] = {
@@ -79,7 +80,8 @@ int main(int argc, char** argv)
     std::vector<std::unique_ptr<zor::sim::MiddlewareHandler>> handlers;
     std::vector<std::unique_ptr<mup::Server>> servers;
     for (const char* service : kClientServices) {
-        handlers.push_back(std::make_unique<zor::sim::MiddlewareHandler>(service, *television, sink));
+        handlers.push_back(
+            std::make_unique<zor::sim::MiddlewareHandler>(service, *television, sink));
         auto server = mup::Server::start(service, *handlers.back());
         if (!server) {
             fprintf(stderr, "tvsim: cannot serve %s\n", service);
@@ -96,8 +98,8 @@ int main(int argc, char** argv)
         fprintf(stderr, "tvsim: far-field board: %s\n", xmosError.c_str());
         return 1;
     }
-    auto console = zor::sim::Console::start(
-        consoleOptions, xmos ? zor::sim::xmosCommands(*xmos) : zor::sim::CommandHook{});
+    auto console = zor::sim::Console::start(consoleOptions, xmos ? zor::sim::xmosCommands(*xmos)
+                                                                 : zor::sim::CommandHook{});
     if (!console)
         return 1;
     std::unique_ptr<zor::sim::WebServer> web;

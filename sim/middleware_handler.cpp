@@ -5,7 +5,8 @@
 
 #include <cstdio>
 
-namespace zor::sim {
+namespace zor::sim
+{
 
 MiddlewareHandler::MiddlewareHandler(std::string serviceName, Television& television,
                                      const LineSink& sink)
@@ -27,8 +28,8 @@ int MiddlewareHandler::handleCommand(unsigned int cmd, MUPParam& in, MUPParam* o
     }
 
     Answer answer = m_television.apply(*row, in.data(), in.size());
-    m_sink("[" + m_serviceName + "] " + wire::describeRequest(*row, in.data(), in.size()) +
-           " -> " + std::to_string(answer.status));
+    m_sink("[" + m_serviceName + "] " + wire::describeRequest(*row, in.data(), in.size()) + " -> " +
+           std::to_string(answer.status));
     if (out) {
         out->writeInt32(answer.status);
         out->write(answer.fields.data(), static_cast<unsigned int>(answer.fields.size()));

@@ -10,9 +10,11 @@
 #include <functional>
 #include <string>
 
-namespace zor::sim {
+namespace zor::sim
+{
 
-class MiddlewareHandler : public OXAPC::C_OXAAVSServerHandler {
+class MiddlewareHandler : public OXAPC::C_OXAAVSServerHandler
+{
 public:
     using LineSink = std::function<void(const std::string&)>;
 

@@ -91,8 +91,8 @@ bool readTextField(const httplib::Request& req, httplib::Response& res, const Te
         return false;
     }
     if (text->size() > field.maxChars) {
-        refuse(res, "the " + noun + " is longer than " + std::to_string(field.maxChars) +
-                        " characters");
+        refuse(res,
+               "the " + noun + " is longer than " + std::to_string(field.maxChars) + " characters");
         return false;
     }
     if (!printable(*text)) {
@@ -488,10 +488,10 @@ void WebServer::Impl::execute(const std::string& line, const std::string& shown,
 void WebServer::Impl::runCommand(const httplib::Request& req, httplib::Response& res)
 {
     std::string text;
-    if (!readTextField(req, res,
-                       {"line", "{\"line\": \"tap\"}", " such as \"tap\"", "command",
-                        kMaxCommandChars},
-                       &text))
+    if (!readTextField(
+            req, res,
+            {"line", "{\"line\": \"tap\"}", " such as \"tap\"", "command", kMaxCommandChars},
+            &text))
         return;
     const auto [command, arguments] = commandOf(text);
     if (command == "quit")
@@ -541,8 +541,7 @@ void WebServer::Impl::runSay(const httplib::Request& req, httplib::Response& res
 {
     std::string sentence;
     if (!readTextField(req, res,
-                       {"text", "{\"text\": \"Alexa, hello\"}", "", "sentence",
-                        kMaxSentenceChars},
+                       {"text", "{\"text\": \"Alexa, hello\"}", "", "sentence", kMaxSentenceChars},
                        &sentence))
         return;
     if (!m_voice)

@@ -49,8 +49,8 @@ CommandHook xmosCommands(XmosSimulator& board)
         std::string rest;
         std::getline(words >> std::ws, rest);
         if (rest.empty()) {
-            *answer = "error " + command + " needs " +
-                      (command == "say" ? "a WAV file" : "a sentence");
+            *answer =
+                "error " + command + " needs " + (command == "say" ? "a WAV file" : "a sentence");
             return true;
         }
 
@@ -69,8 +69,7 @@ CommandHook xmosCommands(XmosSimulator& board)
                 *answer = "error say: give both keyword positions or neither";
                 return true;
             }
-            ok = begin >= 0 ? board.sayWav(path, begin, end, &error) &&
-                                  board.waitUntilIdle(120000)
+            ok = begin >= 0 ? board.sayWav(path, begin, end, &error) && board.waitUntilIdle(120000)
                             : board.sayWav(path, &played, &error);
         }
         if (!ok) {

@@ -5,9 +5,11 @@
 
 #include <cstdio>
 
-namespace zorctl {
+namespace zorctl
+{
 
-namespace {
+namespace
+{
 
 void addGetSet(CLI::App& parent, Invocation& invocation, const char* name, const char* help,
                int (*get)(void), int (*set)(unsigned char), int maxValue)
@@ -24,8 +26,9 @@ void addGetSet(CLI::App& parent, Invocation& invocation, const char* name, const
 
     CLI::App* setCommand = command->add_subcommand("set", "Set a new value");
     auto value = std::make_shared<int>(0);
-    setCommand->add_option("value", *value, "The new value")->required()->check(
-        CLI::Range(0, maxValue));
+    setCommand->add_option("value", *value, "The new value")
+        ->required()
+        ->check(CLI::Range(0, maxValue));
     setCommand->callback([&invocation, name, set, value] {
         invocation.action = [name, set, value] {
             return reportStatus(name, set(static_cast<unsigned char>(*value)));
@@ -37,10 +40,9 @@ void addGetSet(CLI::App& parent, Invocation& invocation, const char* name, const
 
 void addAudioCommands(CLI::App& app, Invocation& invocation)
 {
-    addGetSet(app, invocation, "volume", "Television volume", ZOR_App_GetVolume,
-              ZOR_App_SetVolume, 255);
-    addGetSet(app, invocation, "mute", "Mute state (0 or 1)", ZOR_App_GetMute, ZOR_App_SetMute,
-              1);
+    addGetSet(app, invocation, "volume", "Television volume", ZOR_App_GetVolume, ZOR_App_SetVolume,
+              255);
+    addGetSet(app, invocation, "mute", "Mute state (0 or 1)", ZOR_App_GetMute, ZOR_App_SetMute, 1);
 
     app.add_subcommand("max-volume", "Print the maximum volume")->callback([&invocation] {
         invocation.action = [] {

@@ -7,7 +7,8 @@
 #include <map>
 #include <string>
 
-namespace zorctl {
+namespace zorctl
+{
 
 int reportStatus(const char* what, int status)
 {

@@ -7,7 +7,8 @@
 
 #include <functional>
 
-namespace zorctl {
+namespace zorctl
+{
 
 // What a subcommand runs once the library has been started; returns the
 // process exit status.

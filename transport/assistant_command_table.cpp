@@ -1,7 +1,9 @@
 #include "transport/command_table.h"
 
-namespace zor::wire {
-namespace {
+namespace zor::wire
+{
+namespace
+{
 
 using K = RecordKind;
 using Q = RequestShape;
@@ -10,6 +12,8 @@ constexpr ReadRule U = ReadRule::Unconditional;
 constexpr ReadRule G = ReadRule::Guarded;
 
 // Class 1: what the assistant tells the television about itself.
+// One row per command, on one line, reads as the table it is.
+// clang-format off
 constexpr CommandRow kRows[] = {
     {0x18010001, "OXA_TV_CMD_ID_AVS_INIT_COMPLETED", nullptr, K::None, Q::NoRecord, A::None, U},
     {0x18010002, "OXA_TV_CMD_ID_AVS_LOAD_URL_WINDOW", nullptr, K::UrlWindow, Q::Record, A::None, U},
@@ -25,12 +29,15 @@ constexpr CommandRow kRows[] = {
     {0x1801000E, "OXA_TV_CMD_ID_AVS_SET_LANGUAGE_SELECTION", nullptr, K::Language, Q::Record, A::None, U},
     {0x1801000F, "OXA_TV_CMD_ID_AVS_FFM_WAKEWORD_DECT", nullptr, K::None, Q::NoRecord, A::None, U},
 };
+// clang-format on
 
 } // namespace
 
+// clang-format off
 const CommandClass kAssistantClass = {
     1, "OXA_TV_CMD_CLASS_ALEXA", "_alexaSendTransact", 0x18010001, 0x1801000F, true,
     kRows, sizeof(kRows) / sizeof(kRows[0]),
 };
+// clang-format on
 
 } // namespace zor::wire

@@ -1,7 +1,9 @@
 #include "transport/command_table.h"
 
-namespace zor::wire {
-namespace {
+namespace zor::wire
+{
+namespace
+{
 
 using K = RecordKind;
 using Q = RequestShape;
@@ -10,6 +12,8 @@ constexpr ReadRule U = ReadRule::Unconditional;
 constexpr ReadRule G = ReadRule::Guarded;
 
 // Class 5: channel counts, lists and tuning, FVP applications and channels.
+// One row per command, on one line, reads as the table it is.
+// clang-format off
 constexpr CommandRow kRows[] = {
     {0x18050001, "OXA_TV_CMD_ID_CHANNEL_GetChannelList", nullptr, K::ChannelList, Q::ListCount, A::List, G},
     {0x18050002, "OXA_TV_CMD_ID_CHANNEL_TuneToNextChannel", nullptr, K::None, Q::NoRecord, A::None, U},
@@ -24,12 +28,15 @@ constexpr CommandRow kRows[] = {
     // Its trace line is the same as that of TuneToChannel.
     {0x1805000B, "OXA_TV_CMD_ID_CHANNEL_TuneToChannel_2", "OXA_TV_CMD_ID_CHANNEL_TuneToChannel", K::String, Q::CountedString, A::None, U},
 };
+// clang-format on
 
 } // namespace
 
+// clang-format off
 const CommandClass kChannelClass = {
     5, "OXA_TV_CMD_CLASS_CHANNEL", "_channelModuleSendTransact", 0x18050001, 0x1805000B, true,
     kRows, sizeof(kRows) / sizeof(kRows[0]),
 };
+// clang-format on
 
 } // namespace zor::wire

@@ -1,6 +1,7 @@
 #include "transport/command_table.h"
 
-namespace zor::wire {
+namespace zor::wire
+{
 
 const CommandClass* commandClass(unsigned number)
 {

@@ -10,7 +10,8 @@
 #include <cstddef>
 #include <cstdint>
 
-namespace zor::wire {
+namespace zor::wire
+{
 
 enum class RequestShape : uint8_t {
     NoRecord,      // the command has no record: empty request, the pointer is ignored

@@ -4,7 +4,8 @@
 
 #include <atomic>
 
-namespace {
+namespace
+{
 
 // Written by the server thread, read by every log statement on any thread.
 std::atomic<int> gs32DebugLevel{EN_DBG_PRT_LEVEL_ERROR};

@@ -6,7 +6,8 @@
 #include <cstdio>
 #include <string>
 
-namespace zor::log {
+namespace zor::log
+{
 
 bool enabled(Family family)
 {
@@ -20,7 +21,8 @@ bool enabled(Family family)
     }
 }
 
-namespace {
+namespace
+{
 
 int formatPrefix(Family family, const char* function, int sourceLine, char* out, size_t size)
 {

@@ -11,7 +11,8 @@
 #ifndef ZOR_TRANSPORT_LOG_H
 #define ZOR_TRANSPORT_LOG_H
 
-namespace zor::log {
+namespace zor::log
+{
 
 enum class Family { Trace, Error, Argument, Server, ServerError, FarField, Bare };
 
@@ -23,7 +24,8 @@ void line(Family family, const char* function, int sourceLine, const char* forma
 
 } // namespace zor::log
 
-#define ZOR_LOG(family, ...) ::zor::log::line(::zor::log::Family::family, __func__, __LINE__, __VA_ARGS__)
+#define ZOR_LOG(family, ...)                                                                       \
+    ::zor::log::line(::zor::log::Family::family, __func__, __LINE__, __VA_ARGS__)
 #define ZOR_TRACE(...) ZOR_LOG(Trace, __VA_ARGS__)
 #define ZOR_ERROR(...) ZOR_LOG(Error, __VA_ARGS__)
 #define ZOR_ARG_ERROR(...) ZOR_LOG(Argument, __VA_ARGS__)

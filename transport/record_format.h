@@ -8,7 +8,8 @@
 #include <cstddef>
 #include <string>
 
-namespace zor::wire {
+namespace zor::wire
+{
 
 // "name field=value ..." for the request payload of `row`. Payloads shorter
 // than the row's layout are decoded as far as they go and marked "(short)".

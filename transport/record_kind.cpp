@@ -2,7 +2,8 @@
 
 #include "zor/zor_types.h"
 
-namespace zor::wire {
+namespace zor::wire
+{
 
 static_assert(offsetof(ListHolder, items) == offsetof(_VOICECTRL_CHANNEL_LIST, pstChanelInfo));
 static_assert(offsetof(ListHolder, count) == offsetof(_VOICECTRL_CHANNEL_LIST, u32ChanelNum));

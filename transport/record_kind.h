@@ -6,7 +6,8 @@
 #include <cstddef>
 #include <cstdint>
 
-namespace zor::wire {
+namespace zor::wire
+{
 
 enum class RecordKind : uint8_t {
     None,

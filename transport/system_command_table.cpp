@@ -1,7 +1,9 @@
 #include "transport/command_table.h"
 
-namespace zor::wire {
-namespace {
+namespace zor::wire
+{
+namespace
+{
 
 using K = RecordKind;
 using Q = RequestShape;
@@ -10,6 +12,8 @@ constexpr ReadRule U = ReadRule::Unconditional;
 constexpr ReadRule G = ReadRule::Guarded;
 
 // Class 6: power, sources, FVP actions, token, time zone, portal application.
+// One row per command, on one line, reads as the table it is.
+// clang-format off
 constexpr CommandRow kRows[] = {
     {0x18060001, "OXA_TV_CMD_ID_SYSTEM_SetPowerControl", nullptr, K::Byte, Q::Record, A::None, U},
     {0x18060002, "OXA_TV_CMD_ID_SYSTEM_SetUSBSource", nullptr, K::None, Q::NoRecord, A::None, U},
@@ -27,12 +31,15 @@ constexpr CommandRow kRows[] = {
     {0x1806000E, "OXA_TV_CMD_ID_SYSTEM_GetFFmicOption", nullptr, K::Byte, Q::Empty, A::Record, U},
     {0x1806000F, "OXA_TV_CMD_ID_SYSTEM_LoadTevoraApp", nullptr, K::TevoraAppReq, Q::Record, A::None, U},
 };
+// clang-format on
 
 } // namespace
 
+// clang-format off
 const CommandClass kSystemClass = {
     6, "OXA_TV_CMD_CLASS_SYSTEM", "_systemModuleSendTransact", 0x18060001, 0x1806000F, true,
     kRows, sizeof(kRows) / sizeof(kRows[0]),
 };
+// clang-format on
 
 } // namespace zor::wire

@@ -8,7 +8,8 @@
 #include <cstdint>
 #include <cstring>
 
-namespace zor::transport {
+namespace zor::transport
+{
 
 using wire::CommandRow;
 using wire::ListHolder;
@@ -16,7 +17,8 @@ using wire::ReadRule;
 using wire::ReplyShape;
 using wire::RequestShape;
 
-namespace {
+namespace
+{
 
 // Lines of the frame carry the encoder's name, as each class encoder prints them.
 #define ENCODER_LOG(family, ...)                                                                   \

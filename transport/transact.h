@@ -5,7 +5,8 @@
 
 #include "transport/command_table.h"
 
-namespace zor::transport {
+namespace zor::transport
+{
 
 // Returns the middleware's status, or -1 when nothing was sent.
 int transact(const wire::CommandClass& commandClass, unsigned int id, void* cmd_data);

@@ -1,7 +1,9 @@
 #include "transport/command_table.h"
 
-namespace zor::wire {
-namespace {
+namespace zor::wire
+{
+namespace
+{
 
 using K = RecordKind;
 using Q = RequestShape;
@@ -11,6 +13,8 @@ constexpr ReadRule G = ReadRule::Guarded;
 
 // Class 2: the voice-control service's own command set; most rows have a twin
 // of the same record in another class.
+// One row per command, on one line, reads as the table it is.
+// clang-format off
 constexpr CommandRow kRows[] = {
     {0x18020001, "OXA_TV_CMD_ID__VOICE_CTRL_INIT", nullptr, K::None, Q::NoRecord, A::None, U},
     {0x18020002, "OXA_TV_CMD_ID__VOICE_CTRL_SetWallglowState", nullptr, K::Byte, Q::Record, A::None, U},
@@ -39,12 +43,15 @@ constexpr CommandRow kRows[] = {
     {0x18020020, "OXA_TV_CMD_ID__VOICE_CTRL_GetInputSouceListLen", nullptr, K::Word, Q::Empty, A::Record, U},
     {0x18020021, "OXA_TV_CMD_ID__VOICE_CTRL_SetBrowerCerts", nullptr, K::BrowserCerts, Q::BrowserCerts, A::None, U},
 };
+// clang-format on
 
 } // namespace
 
+// clang-format off
 const CommandClass kVoiceControlClass = {
     2, "OXA_TV_CMD_CLASS_VOICE_CTRL", "_voiceCtrlSendTransact", 0x18020001, 0x18020021, true,
     kRows, sizeof(kRows) / sizeof(kRows[0]),
 };
+// clang-format on
 
 } // namespace zor::wire

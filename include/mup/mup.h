@@ -39,7 +39,8 @@
  * status word. Integers are in the host's byte order (little-endian on every
  * supported target).
  */
-class MUP_EXPORT MUPParam {
+class MUP_EXPORT MUPParam
+{
 public:
     MUPParam();
     ~MUPParam();
@@ -72,7 +73,8 @@ private:
     unsigned int m_readPos;
 };
 
-namespace OXAPC {
+namespace OXAPC
+{
 
 /**
  * The handler that a registered server calls for each inbound command, on the
@@ -80,7 +82,8 @@ namespace OXAPC {
  * when the sender does not wait for a reply; otherwise whatever the handler
  * writes into out is sent back. The fourth argument is always 0 here.
  */
-class MUP_EXPORT C_OXAAVSServerHandler {
+class MUP_EXPORT C_OXAAVSServerHandler
+{
 public:
     C_OXAAVSServerHandler();
     ~C_OXAAVSServerHandler();

@@ -243,8 +243,7 @@ ZOR_EXPORT int ZOR_App_SendPlaybackCtrl(const char* ps_command);
  * reentrant: the record is process-wide, callers serialise this function. */
 ZOR_EXPORT int ZOR_App_GetCertificate(char* buffer, unsigned int* ui4_bufLen);
 /** Option bytes 0 to 3 into the four outputs (a null output is skipped). */
-ZOR_EXPORT int ZOR_App_GetOptionBits(char* option0, char* option1, char* option2,
-                                     char* option3);
+ZOR_EXPORT int ZOR_App_GetOptionBits(char* option0, char* option1, char* option2, char* option3);
 /** Option byte 1 (Google Assistant) as a flag; null: -1, nothing sent. */
 ZOR_EXPORT int ZOR_App_GetOptionBit(bool* optionGA);
 /** Option byte 4 (wall lighting); null: -1, nothing sent. */

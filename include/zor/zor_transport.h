@@ -17,7 +17,8 @@
 #include "zor/zor_types.h"
 
 /** The messaging layer's namespace: command ids and the server handler. */
-namespace OXAPC {
+namespace OXAPC
+{
 
 /** Outbound command ids, by class; forwardCommand() routes on bits 16 to 19. */
 enum OXA_TV_CMD_ID : unsigned int {

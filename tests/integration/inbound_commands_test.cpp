@@ -44,7 +44,7 @@ protected:
 };
 
 struct SynchronousCase {
-    const char* request;     // id:payload as the middleware sends it
+    const char* request;  // id:payload as the middleware sends it
     const char* callback; // what the application's callback received
     const char* reply;
 };

@@ -12,9 +12,11 @@
 
 using namespace zor::test;
 
-namespace {
+namespace
+{
 
-class SimulatorAudioTest : public testing::Test {
+class SimulatorAudioTest : public testing::Test
+{
 protected:
     static void SetUpTestSuite()
     {

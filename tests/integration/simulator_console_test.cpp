@@ -10,14 +10,15 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <sys/wait.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 using namespace zor::test;
 using testing::ElementsAre;
 
-namespace {
+namespace
+{
 
 struct CtlResult {
     std::string answer;
@@ -44,7 +45,8 @@ CtlResult ctl(const std::string& command)
     return result;
 }
 
-class SimulatorConsoleTest : public testing::Test {
+class SimulatorConsoleTest : public testing::Test
+{
 protected:
     static void SetUpTestSuite()
     {

@@ -5,7 +5,8 @@
 #include <cstring>
 #include <stdexcept>
 
-namespace zor::test {
+namespace zor::test
+{
 
 FakeMiddleware& FakeMiddleware::instance()
 {

@@ -12,7 +12,8 @@
 #include <string>
 #include <vector>
 
-namespace zor::test {
+namespace zor::test
+{
 
 using Bytes = std::vector<uint8_t>;
 
@@ -23,11 +24,12 @@ struct Exchange {
 
 struct ScriptedReply {
     int32_t status = 0;
-    Bytes fields; // after the status word
+    Bytes fields;             // after the status word
     bool sendNothing = false; // answer with an empty reply
 };
 
-class FakeMiddleware : public OXAPC::C_OXAAVSServerHandler {
+class FakeMiddleware : public OXAPC::C_OXAAVSServerHandler
+{
 public:
     // Starts the server once per process (private runtime directory) and opens
     // the client endpoint towards it.

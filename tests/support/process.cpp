@@ -4,16 +4,17 @@
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
+#include <cstring>
 #include <fcntl.h>
 #include <sstream>
-#include <cstring>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
 
-namespace zor::test {
+namespace zor::test
+{
 
 std::string builtProgram(const std::string& relativePath)
 {

@@ -7,12 +7,14 @@
 #include <sys/types.h>
 #include <vector>
 
-namespace zor::test {
+namespace zor::test
+{
 
 // Path of a program built by the project, e.g. "sim/tvsim".
 std::string builtProgram(const std::string& relativePath);
 
-class ChildProcess {
+class ChildProcess
+{
 public:
     // Starts argv[0] with the given arguments; stdout goes to `outputFile`
     // when it is not empty.

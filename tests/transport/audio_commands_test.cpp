@@ -10,9 +10,11 @@
 using namespace zor::test;
 using testing::ContainsRegex;
 
-namespace {
+namespace
+{
 
-class AudioCommandsTest : public testing::Test {
+class AudioCommandsTest : public testing::Test
+{
 protected:
     void SetUp() override { FakeMiddleware::instance().reset(); }
     FakeMiddleware& middleware() { return FakeMiddleware::instance(); }

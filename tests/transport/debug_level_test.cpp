@@ -8,7 +8,8 @@
 using namespace zor::test;
 using testing::ContainsRegex;
 
-namespace {
+namespace
+{
 
 std::string captured(void (*call)())
 {
@@ -17,7 +18,8 @@ std::string captured(void (*call)())
     return testing::internal::GetCapturedStdout();
 }
 
-class DebugLevelTest : public testing::Test {
+class DebugLevelTest : public testing::Test
+{
 protected:
     void SetUp() override
     {
@@ -63,21 +65,23 @@ TEST_F(DebugLevelTest, ErrorAndTraceBitsGateTheirLines)
     EXPECT_EQ(captured(unknownClassAndVolume), "");
 
     setDebugLevel(EN_DBG_PRT_LEVEL_ERROR);
-    EXPECT_THAT(captured(unknownClassAndVolume),
-                ContainsRegex("^\\[forwardCommand\\(\\): [0-9]+\\]unknown command \\[403177473\\]\n$"));
+    EXPECT_THAT(
+        captured(unknownClassAndVolume),
+        ContainsRegex("^\\[forwardCommand\\(\\): [0-9]+\\]unknown command \\[403177473\\]\n$"));
 
     setDebugLevel(EN_DBG_PRT_LEVEL_NONE);
     setDebugLevel(EN_DBG_PRT_LEVEL_TRACE);
-    EXPECT_THAT(captured(unknownClassAndVolume),
-                ContainsRegex("^\\[ZOR_App_SetVolume\\(\\): [0-9]+\\]<===\n"
-                              "\\[forwardCommand\\(\\): [0-9]+\\]OXA_TV_CMD_CLASS_AUDIO\n"
-                              "\\[_audioModuleSendTransact\\(\\): [0-9]+\\]"
-                              "OXA_TV_CMD_ID_AUDIO_SetVolume\n"
-                              "\\[_audioModuleSendTransact\\(\\): [0-9]+\\]transact\\[0x18040003\\] "
-                              ": enter\n"
-                              "\\[_audioModuleSendTransact\\(\\): [0-9]+\\]transact\\[0x18040003\\] "
-                              ": leave\n"
-                              "\\[ZOR_App_SetVolume\\(\\): [0-9]+\\]===>\n$"));
+    EXPECT_THAT(
+        captured(unknownClassAndVolume),
+        ContainsRegex("^\\[ZOR_App_SetVolume\\(\\): [0-9]+\\]<===\n"
+                      "\\[forwardCommand\\(\\): [0-9]+\\]OXA_TV_CMD_CLASS_AUDIO\n"
+                      "\\[_audioModuleSendTransact\\(\\): [0-9]+\\]"
+                      "OXA_TV_CMD_ID_AUDIO_SetVolume\n"
+                      "\\[_audioModuleSendTransact\\(\\): [0-9]+\\]transact\\[0x18040003\\] "
+                      ": enter\n"
+                      "\\[_audioModuleSendTransact\\(\\): [0-9]+\\]transact\\[0x18040003\\] "
+                      ": leave\n"
+                      "\\[ZOR_App_SetVolume\\(\\): [0-9]+\\]===>\n$"));
 }
 
 TEST_F(DebugLevelTest, OtherBitsHaveNoEffect)

@@ -11,14 +11,16 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
 
-namespace {
+namespace
+{
 
 OXAPC::OXA_TV_CMD_ID id(unsigned int value)
 {
     return static_cast<OXAPC::OXA_TV_CMD_ID>(value);
 }
 
-class RoutingTest : public testing::Test {
+class RoutingTest : public testing::Test
+{
 protected:
     void SetUp() override
     {
@@ -160,8 +162,7 @@ TEST_F(RoutingTest, NullRecordIsRefusedForCommandsThatCarryOne)
 
 TEST_F(RoutingTest, NullRecordOfAudioCommandPrintsNameThenRefusal)
 {
-    std::string text =
-        output(9, [] { EXPECT_EQ(forwardCommand(id(0x18040001), nullptr), -1); });
+    std::string text = output(9, [] { EXPECT_EQ(forwardCommand(id(0x18040001), nullptr), -1); });
     EXPECT_THAT(text, ContainsRegex("\\[_audioModuleSendTransact\\(\\): [0-9]+\\]"
                                     "OXA_TV_CMD_ID_AUDIO_SetMute\n"
                                     "\\[_audioModuleSendTransact\\(\\): [0-9]+\\]cmd_data is "
@@ -198,8 +199,8 @@ TEST_F(RoutingTest, ReadRulesUnderEachStatus)
 {
     for (const ReadRuleCase& c : kReadRuleCases) {
         for (int32_t status : {0, 3, -1, -2}) {
-            SCOPED_TRACE(testing::Message() << std::hex << c.id << std::dec << " status "
-                                            << status);
+            SCOPED_TRACE(testing::Message()
+                         << std::hex << c.id << std::dec << " status " << status);
             middleware().reset();
             middleware().setDefaultReply({status, le32(0x01020304)});
             uint32_t record = 0x55555555;
