@@ -82,7 +82,7 @@ bench: deps
 	scripts/run-bench.sh build-bench
 
 # libFuzzer over the inbound server and the frame decoder (clang).
-# fuzz: 10 minutes per target; fuzz-ci: 30 s per target, fails on any finding.
+# fuzz: 10 minutes per target; fuzz-ci: 60 s per target, fails on any finding.
 FUZZ_SECONDS ?= 600
 fuzz-build: deps
 	cmake -S . -B build-fuzz -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_C_COMPILER=clang \
@@ -94,7 +94,7 @@ fuzz: fuzz-build
 	scripts/run-fuzz.sh build-fuzz $(FUZZ_SECONDS)
 
 fuzz-ci: fuzz-build
-	scripts/run-fuzz.sh build-fuzz 30
+	scripts/run-fuzz.sh build-fuzz 60
 
 # Every C and C++ file follows .clang-format; format-check fails on the first
 # file that does not (CI), format rewrites them in place.
