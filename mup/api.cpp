@@ -9,6 +9,7 @@
 #include "mup/server.h"
 
 #include <cstdlib>
+#include <cstring>
 #include <exception>
 #include <memory>
 #include <mutex>
@@ -65,6 +66,10 @@ void stopServersAtExit()
         server->stop();
 }
 
+// Each thread's transmissions, for OXA_TVC_TransmitCounts.
+thread_local unsigned long tCalls = 0;
+thread_local unsigned long tUnanswered = 0;
+
 } // namespace
 
 int OXA_TVC_NewClient(const char* name)
@@ -95,7 +100,10 @@ int OXA_TVC_NewClient(const char* name)
     }
 }
 
-int OXA_TVC_TransmitCommand(unsigned int cmd, MUPParam& in, MUPParam* out, unsigned int)
+namespace
+{
+
+int transmitOnSlot(unsigned int cmd, MUPParam& in, MUPParam* out)
 {
     try {
         std::shared_ptr<mup::Client> client;
@@ -114,6 +122,42 @@ int OXA_TVC_TransmitCommand(unsigned int cmd, MUPParam& in, MUPParam* out, unsig
     } catch (...) {
         if (out)
             out->clear();
+        return -1;
+    }
+}
+
+} // namespace
+
+int OXA_TVC_TransmitCommand(unsigned int cmd, MUPParam& in, MUPParam* out, unsigned int)
+{
+    const int result = transmitOnSlot(cmd, in, out);
+    ++tCalls;
+    if (result != 0)
+        ++tUnanswered;
+    return result;
+}
+
+void OXA_TVC_TransmitCounts(unsigned long* calls, unsigned long* unanswered)
+{
+    if (calls)
+        *calls = tCalls;
+    if (unanswered)
+        *unanswered = tUnanswered;
+}
+
+int OXA_TVC_SocketPath(const char* name, char* path, unsigned int size)
+{
+    try {
+        if (path && size > 0)
+            path[0] = '\0';
+        if (!name || !path || !mup::isValidServiceName(name))
+            return -1;
+        const std::string resolved = mup::socketPathFor(name);
+        if (resolved.empty() || resolved.size() >= size)
+            return -1;
+        memcpy(path, resolved.c_str(), resolved.size() + 1);
+        return static_cast<int>(resolved.size());
+    } catch (...) {
         return -1;
     }
 }

@@ -104,7 +104,7 @@ private:
     void readUntilAnswered(Waiter* self, Clock::time_point deadline,
                            std::unique_lock<std::mutex>& lock);
     bool deliver(const FrameDecoder::Frame& frame);
-    void breakLocked(const char* reason, const char* detail = "");
+    void breakLocked(const char* reason, const char* detail = "", bool quiet = false);
     void promoteFollower();
     void remove(Waiter* waiter);
     void adjustReceiveTimeout(Clock::duration left);
@@ -149,10 +149,13 @@ int Client::Connection::send(const FrameHeader& header, const unsigned char* pay
 
     *untouched = sent == 0;
     // A frame cut short leaves the stream unusable; a full buffer that never
-    // drained leaves it as it was.
+    // drained leaves it as it was. A request that never began tells nothing
+    // yet: the service may have closed a kept connection in an orderly way,
+    // and the caller first tries a new one (and says so if that fails too).
     if (sent != 0 || error != ETIMEDOUT) {
         std::lock_guard<std::mutex> guard(m_lock);
-        breakLocked(error == ETIMEDOUT ? "request only partly written in time" : errorText(error));
+        breakLocked(error == ETIMEDOUT ? "request only partly written in time" : errorText(error),
+                    "", sent == 0);
     }
     return error;
 }
@@ -261,10 +264,11 @@ bool Client::Connection::deliver(const FrameDecoder::Frame& frame)
     return true;
 }
 
-void Client::Connection::breakLocked(const char* reason, const char* detail)
+void Client::Connection::breakLocked(const char* reason, const char* detail, bool quiet)
 {
     if (!m_broken.exchange(true, std::memory_order_acq_rel)) {
-        logLine("%s: connection lost: %s%s", m_serviceName.c_str(), reason, detail);
+        if (!quiet)
+            logLine("%s: connection lost: %s%s", m_serviceName.c_str(), reason, detail);
         // Wakes a reader blocked in recv(); the descriptor itself stays open
         // until the last user lets go of the connection.
         ::shutdown(m_fd.get(), SHUT_RDWR);
@@ -398,6 +402,9 @@ int Client::transmit(unsigned int cmd, const MUPParam& in, MUPParam* out)
                 if (error == ETIMEDOUT)
                     logLine("%s: command 0x%08x not sent within %lld ms", m_serviceName.c_str(),
                             cmd, static_cast<long long>(m_timeout.count()));
+                else if (untouched)
+                    logLine("%s: command 0x%08x not sent: %s", m_serviceName.c_str(), cmd,
+                            errorText(error));
                 break;
             }
             if (!out)

@@ -114,6 +114,27 @@ MUP_EXPORT int OXA_TVC_TransmitCommand(unsigned int cmd, MUPParam& in, MUPParam*
                                        unsigned int flags);
 
 /**
+ * Counts of the OXA_TVC_TransmitCommand calls made by the calling thread so
+ * far: into *calls all of them, into *unanswered those that returned -1 (no
+ * reply came, or the command was not sent). Either pointer may be null. A
+ * caller that reads the status word from an emptied reply buffer (it reads -1)
+ * tells "nothing answered" from "the service answered -1", and "sent" from
+ * "refused before sending", by comparing the counts before and after its own
+ * call. Counts start at 0 per thread; never fails.
+ */
+MUP_EXPORT void OXA_TVC_TransmitCounts(unsigned long* calls, unsigned long* unanswered);
+
+/**
+ * Writes the socket path that service `name` maps to in this process
+ * (`<runtime dir>/<name>.sock`), NUL-terminated, into `path` of `size` bytes,
+ * for messages that tell a user where a service was looked for. Returns the
+ * path's length, or -1 (path left empty when size > 0) for an invalid name,
+ * no usable runtime directory, or a buffer too small. May create the runtime
+ * directory, as opening an endpoint would. Any thread.
+ */
+MUP_EXPORT int OXA_TVC_SocketPath(const char* name, char* path, unsigned int size);
+
+/**
  * Serves the service `name` with `handler` on a new thread, until the process
  * exits. The handler is borrowed and must outlive the process's use of it.
  * Returns 0, or -1 when the name is invalid, the handler is null, the socket

@@ -343,6 +343,94 @@ TEST(PeerFailure, RestartedPeerIsReachedByTheNextCall)
     EXPECT_EQ(peerPid(), peer->pid());
 }
 
+// The status word of an emptied reply reads -1, as does a service's own -1;
+// the per-thread count of failed calls tells the two apart.
+TEST(PeerFailure, UnansweredCountTellsNoAnswerFromAnAnsweredFailure)
+{
+    TestRuntime runtime;
+    Peer peer("svc.count");
+    ASSERT_TRUE(peer.serving());
+    ASSERT_EQ(OXA_TVC_NewClient("svc.count"), 0);
+
+    const unsigned long before = OXA_TVC_UnansweredCount();
+    // The peer's handler writes nothing for an unknown command: answered.
+    Bytes reply{1};
+    EXPECT_EQ(transmit(0x00000999, {}, &reply), 0);
+    EXPECT_EQ(reply, Bytes{});
+    EXPECT_EQ(OXA_TVC_UnansweredCount(), before);
+
+    // Another thread's failures are its own.
+    std::thread([] {
+        ASSERT_EQ(OXA_TVC_NewClient("nobody.serves.this"), 0);
+        const unsigned long mine = OXA_TVC_UnansweredCount();
+        EXPECT_EQ(transmit(kEcho, {1}, nullptr), -1);
+        EXPECT_EQ(OXA_TVC_UnansweredCount(), mine + 1);
+    }).join();
+    EXPECT_EQ(OXA_TVC_UnansweredCount(), before);
+
+    // The endpoint now points at nobody: no answer, with or without `out`.
+    EXPECT_EQ(transmit(kEcho, {1}, &reply), -1);
+    EXPECT_EQ(OXA_TVC_UnansweredCount(), before + 1);
+    MUPParam in;
+    EXPECT_EQ(OXA_TVC_TransmitCommand(kEcho, in, nullptr, 0), -1);
+    EXPECT_EQ(OXA_TVC_UnansweredCount(), before + 2);
+}
+
+// A service that went away in an orderly way between two calls leaves a dead
+// kept connection; the next call goes out on a new one without an error line.
+TEST(PeerFailure, KeptConnectionClosedByTheServiceIsReplacedQuietly)
+{
+    TestRuntime runtime;
+    ASSERT_EQ(OXA_TVC_NewClient("svc.quiet"), 0);
+    auto peer = std::make_unique<Peer>("svc.quiet");
+    ASSERT_TRUE(peer->serving());
+    ASSERT_EQ(peerPid(), peer->pid());
+    peer->kill(); // the kernel closes its end: the same FIN as an exit
+    peer = std::make_unique<Peer>("svc.quiet");
+    ASSERT_TRUE(peer->serving());
+
+    const std::string log = runtime.file("stderr.log");
+    fflush(stderr);
+    const int saved = dup(STDERR_FILENO);
+    const int file = open(log.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+    ASSERT_GE(file, 0);
+    dup2(file, STDERR_FILENO);
+    close(file);
+    const int pid = peerPid();
+    dup2(saved, STDERR_FILENO);
+    close(saved);
+
+    EXPECT_EQ(pid, peer->pid());
+    EXPECT_EQ(readFile(log), "");
+}
+
+TEST(Client, SocketPathNamesWhereAServiceIsLookedFor)
+{
+    TestRuntime runtime;
+    const std::string expected = runtime.socketPath("svc.where");
+    char path[256];
+    EXPECT_EQ(OXA_TVC_SocketPath("svc.where", path, sizeof(path)),
+              static_cast<int>(expected.size()));
+    EXPECT_EQ(std::string(path), expected);
+
+    const struct {
+        const char* label;
+        const char* name;
+        unsigned int size;
+    } refused[] = {
+        {"null name", nullptr, sizeof(path)},
+        {"empty name", "", sizeof(path)},
+        {"name with a slash", "a/b", sizeof(path)},
+        {"no room for the terminator", "svc.where", static_cast<unsigned int>(expected.size())},
+    };
+    for (const auto& c : refused) {
+        path[0] = 'x';
+        EXPECT_EQ(OXA_TVC_SocketPath(c.name, path, c.size), -1) << c.label;
+        EXPECT_EQ(path[0], '\0') << c.label;
+    }
+    EXPECT_EQ(OXA_TVC_SocketPath("svc.where", nullptr, 0), -1);
+}
+
 TEST(PeerFailure, ReplacedClientEndpointIsUsedByTheNextCall)
 {
     TestRuntime runtime;

@@ -151,7 +151,9 @@ OXAPC::C_OXAAVSServerHandler::C_OXAAVSServerHandler()
 OXAPC::C_OXAAVSServerHandler::handleCommand(unsigned int, MUPParam&, MUPParam*, unsigned int)
 OXAPC::C_OXAAVSServerHandler::~C_OXAAVSServerHandler()
 OXA_TVC_NewClient(char const*)
+OXA_TVC_SocketPath(char const*, char*, unsigned int)
 OXA_TVC_TransmitCommand(unsigned int, MUPParam&, MUPParam*, unsigned int)
+OXA_TVC_UnansweredCount()
 initAVSServer(char const*, OXAPC::C_OXAAVSServerHandler*)
 typeinfo for OXAPC::C_OXAAVSServerHandler
 typeinfo name for OXAPC::C_OXAAVSServerHandler
