@@ -136,6 +136,22 @@ int ZOR_App_GetInputSouceList(_VOICECTRL_SOURCE_INFO* pt_sourceList, int* i4_buf
     return status;
 }
 
+int ZOR_App_GetInputSourceNumber(int* i4_count)
+{
+    ZOR_TRACE("<===\n");
+    if (!i4_count) {
+        ZOR_ARG_ERROR("i4_count is NULL\n");
+        return -1;
+    }
+    // The count that ZOR_App_GetInputSouceList asks for first; a status of -1
+    // leaves it at 0.
+    uint32_t count = 0;
+    const int status = forwardCommand(OXA_TV_CMD_ID_VIDEO_GetInputSouceListLen, &count);
+    *i4_count = static_cast<int>(count);
+    ZOR_TRACE("===>\n");
+    return status;
+}
+
 int ZOR_App_GetPlayerStatus(EN_VOICECTRL_PLAYBACK_STATUS* pt_value)
 {
     ZOR_TRACE("<===\n");

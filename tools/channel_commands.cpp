@@ -3,7 +3,6 @@
 
 #include "zor/zor.h"
 
-#include <cstdio>
 #include <cstring>
 #include <vector>
 
@@ -18,13 +17,13 @@ constexpr unsigned long kSpareRecords = 64;
 
 void printChannelHeader()
 {
-    printf("%-6s %-32s %7s %7s %7s %5s %10s\n", "number", "name", "service", "stream", "network",
+    answer("%-6s %-32s %7s %7s %7s %5s %10s", "number", "name", "service", "stream", "network",
            "kind", "frequency");
 }
 
 void printChannel(const _VOICECTRL_CHANNEL_INFO& channel)
 {
-    printf("%-6u %-32.65s %7u %7u %7u %5u %10u\n", channel.u32Param1, channel.c8ChannelName,
+    answer("%-6u %-32.65s %7u %7u %7u %5u %10u", channel.u32Param1, channel.c8ChannelName,
            channel.u16Param1, channel.u16Param2, channel.u16Param3, channel.u16Param4,
            channel.u32Param2);
 }
@@ -32,17 +31,20 @@ void printChannel(const _VOICECTRL_CHANNEL_INFO& channel)
 int listChannels()
 {
     unsigned long reported = 0;
-    ZOR_App_GetChannelNumber(&reported);
+    const int counted = query(
+        "channels", [&] { return ZOR_App_GetChannelNumber(&reported); }, [] {});
+    if (counted != 0)
+        return counted;
     std::vector<_VOICECTRL_CHANNEL_INFO> channels(reported + kSpareRecords);
     unsigned long count = 0;
-    const int status = ZOR_App_GetChannelList(channels.data(), &count);
-    if (status < 0)
-        return reportStatus("channels", status);
-    printChannelHeader();
-    for (unsigned long i = 0; i < count && i < channels.size(); ++i)
-        printChannel(channels[i]);
-    printf("%lu channels\n", count);
-    return 0;
+    return query(
+        "channels", [&] { return ZOR_App_GetChannelList(channels.data(), &count); },
+        [&] {
+            printChannelHeader();
+            for (unsigned long i = 0; i < count && i < channels.size(); ++i)
+                printChannel(channels[i]);
+            answer("%lu channels", count);
+        });
 }
 
 } // namespace
@@ -51,11 +53,9 @@ void addChannelCommands(CLI::App& app, Invocation& invocation)
 {
     addAction(app, invocation, "channel-count", "Print the number of channels", [] {
         unsigned long count = 0;
-        const int status = ZOR_App_GetChannelNumber(&count);
-        if (status < 0)
-            return reportStatus("channel-count", status);
-        printf("channel-count: %lu\n", count);
-        return 0;
+        return query(
+            "channel-count", [&] { return ZOR_App_GetChannelNumber(&count); },
+            [&] { answer("channel-count: %lu", count); });
     });
 
     addAction(app, invocation, "channels", "List the channels as a table", listChannels);
@@ -63,49 +63,54 @@ void addChannelCommands(CLI::App& app, Invocation& invocation)
     addAction(app, invocation, "current-channel", "Print the current channel", [] {
         _VOICECTRL_CHANNEL_INFO channel;
         memset(&channel, 0, sizeof(channel));
-        const int status = ZOR_App_GetCurrentChannel(&channel);
-        if (status < 0)
-            return reportStatus("current-channel", status);
-        printChannelHeader();
-        printChannel(channel);
-        return 0;
+        return query(
+            "current-channel", [&] { return ZOR_App_GetCurrentChannel(&channel); },
+            [&] {
+                printChannelHeader();
+                printChannel(channel);
+            });
     });
 
     addAction(app, invocation, "next-channel", "Tune to the next channel",
-              [] { return reportStatus("next-channel", ZOR_App_TuneToNextChannel()); });
-    addAction(app, invocation, "previous-channel", "Tune to the previous channel",
-              [] { return reportStatus("previous-channel", ZOR_App_TuneToPreviousChannel()); });
-    addAction(app, invocation, "last-channel", "Tune back to the last tuned channel",
-              [] { return reportStatus("last-channel", ZOR_App_TuneToLastTunedChannel()); });
+              [] { return send("next-channel", [&] { return ZOR_App_TuneToNextChannel(); }); });
+    addAction(app, invocation, "previous-channel", "Tune to the previous channel", [] {
+        return send("previous-channel", [&] { return ZOR_App_TuneToPreviousChannel(); });
+    });
+    addAction(app, invocation, "last-channel", "Tune back to the last tuned channel", [] {
+        return send("last-channel", [&] { return ZOR_App_TuneToLastTunedChannel(); });
+    });
 
     auto number = arg<unsigned int>();
-    addAction(app, invocation, "tune-channel", "Tune to a channel by number",
-              [number] { return reportStatus("tune-channel", ZOR_App_TuneToChannel(*number)); })
+    addAction(
+        app, invocation, "tune-channel", "Tune to a channel by number",
+        [number] { return send("tune-channel", [&] { return ZOR_App_TuneToChannel(*number); }); })
         ->add_option("number", *number, "Channel number")
         ->required();
 
     auto text = arg<std::string>();
-    addAction(
-        app, invocation, "tune-channel-text", "Tune to a channel by name or number text",
-        [text] { return reportStatus("tune-channel-text", ZOR_App_TuneToChannel_2(&(*text)[0])); })
+    addAction(app, invocation, "tune-channel-text", "Tune to a channel by name or number text",
+              [text] {
+                  return send("tune-channel-text",
+                              [&] { return ZOR_App_TuneToChannel_2(&(*text)[0]); });
+              })
         ->add_option("text", *text, "Channel name or number")
         ->required();
 
     auto changeName = arg<std::string>();
     auto changeNumber = arg<unsigned int>();
-    CLI::App* change =
-        addAction(app, invocation, "change-channel", "Tune to a channel given as a channel record",
-                  [changeName, changeNumber] {
-                      _VOICECTRL_CHANNEL_INFO channel;
-                      memset(&channel, 0, sizeof(channel));
-                      channel.u32Param1 = *changeNumber;
-                      if (changeName->size() >= sizeof(channel.c8ChannelName)) {
-                          fprintf(stderr, "zorctl: a channel name has at most 64 characters\n");
-                          return 1;
-                      }
-                      memcpy(channel.c8ChannelName, changeName->data(), changeName->size());
-                      return reportStatus("change-channel", ZOR_App_ChangeToChannel(&channel));
-                  });
+    CLI::App* change = addAction(
+        app, invocation, "change-channel", "Tune to a channel given as a channel record",
+        [changeName, changeNumber] {
+            _VOICECTRL_CHANNEL_INFO channel;
+            memset(&channel, 0, sizeof(channel));
+            channel.u32Param1 = *changeNumber;
+            if (changeName->size() >= sizeof(channel.c8ChannelName)) {
+                complain("change-channel: a channel name has at most 64 characters");
+                return kExitUsage;
+            }
+            memcpy(channel.c8ChannelName, changeName->data(), changeName->size());
+            return send("change-channel", [&] { return ZOR_App_ChangeToChannel(&channel); });
+        });
     change->add_option("--name", *changeName, "Channel name");
     change->add_option("--number", *changeNumber, "Channel number");
 
@@ -113,14 +118,16 @@ void addChannelCommands(CLI::App& app, Invocation& invocation)
     auto appCrid = arg<std::string>();
     CLI::App* fvpApp =
         addAction(app, invocation, "fvp-app", "Start a Freeview Play application", [url, appCrid] {
-            return reportStatus("fvp-app", ZOR_App_StartFVPApp(&(*url)[0], &(*appCrid)[0]));
+            return send("fvp-app", [&] { return ZOR_App_StartFVPApp(&(*url)[0], &(*appCrid)[0]); });
         });
     fvpApp->add_option("ait-url", *url, "Application information table URL")->required();
     fvpApp->add_option("crid", *appCrid, "Content reference id")->required();
 
     auto crid = arg<std::string>();
     addAction(app, invocation, "fvp-channel", "Tune to a Freeview Play channel",
-              [crid] { return reportStatus("fvp-channel", ZOR_App_TuneToFVPChannel(&(*crid)[0])); })
+              [crid] {
+                  return send("fvp-channel", [&] { return ZOR_App_TuneToFVPChannel(&(*crid)[0]); });
+              })
         ->add_option("crid", *crid, "Content reference id")
         ->required();
 }

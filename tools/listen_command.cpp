@@ -5,6 +5,7 @@
 // few seconds.
 #include "tools/zorctl.h"
 
+#include "api/streaming_state.h"
 #include "zor/zor.h"
 
 #include <sndfile.h>
@@ -15,7 +16,6 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
-#include <map>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -35,26 +35,34 @@ struct ListenOptions {
     double initDelay = 0; // seconds before ZOR_App_initCompleted
 };
 
+constexpr double kBytesPerSecond = 16000 * 2; // 16 kHz mono, 16 bits
+
 std::mutex gOutputLock;
 std::atomic<bool> gStop{false};
 std::atomic<bool> gStreamRequested{false};
+std::atomic<bool> gEveryPcm{false}; // -v: a line per PCM callback
 
-// The WAV file that every PCM callback appends to.
+// The WAV file that every PCM callback appends to, and the PCM received
+// since the last summary line.
 std::mutex gWavLock;
 SNDFILE* gWav = nullptr;
 size_t gPcmBytes = 0;
+size_t gPcmCallbacks = 0;
+size_t gPcmBytesSummarised = 0;
+size_t gPcmCallbacksSummarised = 0;
 
 void event(const char* format, ...) __attribute__((format(printf, 1, 2)));
 void event(const char* format, ...)
 {
     std::lock_guard<std::mutex> guard(gOutputLock);
-    fputs("event: ", stdout);
+    FILE* out = answerStream();
+    fputs("event: ", out);
     va_list args;
     va_start(args, format);
-    vprintf(format, args);
+    vfprintf(out, format, args);
     va_end(args);
-    fputc('\n', stdout);
-    fflush(stdout);
+    fputc('\n', out);
+    fflush(out);
 }
 
 int onPcm(void* data, unsigned int bytes)
@@ -65,11 +73,67 @@ int onPcm(void* data, unsigned int bytes)
         if (gWav && data && bytes >= 2)
             sf_write_short(gWav, static_cast<const short*>(data), bytes / 2);
         gPcmBytes += bytes;
+        ++gPcmCallbacks;
         total = gPcmBytes;
     }
-    event("pcm %u bytes (%zu in all)", bytes, total);
+    if (gEveryPcm)
+        event("pcm %u bytes (%zu in all)", bytes, total);
     return 0;
 }
+
+// One line for the PCM that came since the last one, if any.
+void summarisePcm()
+{
+    size_t callbacks = 0;
+    size_t bytes = 0;
+    {
+        std::lock_guard<std::mutex> guard(gWavLock);
+        callbacks = gPcmCallbacks - gPcmCallbacksSummarised;
+        bytes = gPcmBytes - gPcmBytesSummarised;
+        gPcmCallbacksSummarised = gPcmCallbacks;
+        gPcmBytesSummarised = gPcmBytes;
+    }
+    if (callbacks > 0)
+        event("pcm %zu callbacks, %zu bytes, %.2f s", callbacks, bytes,
+              static_cast<double>(bytes) / kBytesPerSecond);
+}
+
+// The far-field pipeline starts at ZOR_App_initCompleted, and only when the
+// television has reported the microphone array (ffm-sup) by then.
+class FarFieldOrder
+{
+public:
+    explicit FarFieldOrder(bool wanted) : m_wanted(wanted) {}
+
+    void atInitCompleted()
+    {
+        if (!m_wanted)
+            return;
+        m_reportedAtInit = zor::options::farFieldInfo().u8Sup == 1;
+        if (!m_reportedAtInit)
+            complain("listen: no far-field microphone reported (ffm-sup) before the "
+                     "initialisation completed: the far-field pipeline does not start and wake "
+                     "words never fire; report it first (or give --init-delay time for it)");
+    }
+
+    // Polled: a report that comes too late is said once.
+    void poll()
+    {
+        if (!m_wanted || m_reportedAtInit || m_toldLate)
+            return;
+        if (zor::options::farFieldInfo().u8Sup == 1) {
+            complain("listen: the far-field microphone was reported (ffm-sup) after the "
+                     "initialisation completed: the pipeline starts only at the next start of "
+                     "zorctl listen");
+            m_toldLate = true;
+        }
+    }
+
+private:
+    const bool m_wanted;
+    bool m_reportedAtInit = false;
+    bool m_toldLate = false;
+};
 
 int onWakeWord(unsigned int begin, unsigned int end, char* keyword, unsigned int metadataLength,
                char*)
@@ -174,8 +238,9 @@ void waitUntil(std::chrono::steady_clock::time_point until)
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
 }
 
-int listen(const ListenOptions& options, EN_ZOR_COMMON_APP_TYPE_T type)
+int listen(const ListenOptions& options, EN_ZOR_COMMON_APP_TYPE_T type, bool verbose)
 {
+    gEveryPcm = verbose;
     struct sigaction action;
     memset(&action, 0, sizeof(action));
     action.sa_handler = onStopSignal;
@@ -191,9 +256,8 @@ int listen(const ListenOptions& options, EN_ZOR_COMMON_APP_TYPE_T type)
         std::lock_guard<std::mutex> guard(gWavLock);
         gWav = sf_open(options.wavPath.c_str(), SFM_WRITE, &format);
         if (!gWav) {
-            fprintf(stderr, "zorctl: cannot write %s: %s\n", options.wavPath.c_str(),
-                    sf_strerror(nullptr));
-            return 1;
+            complain("listen: cannot write %s: %s", options.wavPath.c_str(), sf_strerror(nullptr));
+            return kExitRefused;
         }
     }
 
@@ -204,7 +268,18 @@ int listen(const ListenOptions& options, EN_ZOR_COMMON_APP_TYPE_T type)
     // television may already tell it about the set.
     waitUntil(Clock::now() +
               std::chrono::milliseconds(static_cast<long long>(options.initDelay * 1000)));
-    event("init-completed status %d", ZOR_App_initCompleted(type));
+    FarFieldOrder farField(type == EN_ZOR_COMMON_APP_TYPE_AVS && options.source == "ffm");
+    const Exchange exchange;
+    const int status = ZOR_App_initCompleted(type);
+    event("init-completed status %d", status);
+    const int verdict = exchange.verdict("listen: init-completed", status);
+    if (verdict != 0) {
+        std::lock_guard<std::mutex> guard(gWavLock);
+        sf_close(gWav);
+        gWav = nullptr;
+        return verdict;
+    }
+    farField.atInitCompleted();
 
     const auto end = options.seconds > 0
                          ? Clock::now() + std::chrono::milliseconds(
@@ -218,11 +293,14 @@ int listen(const ListenOptions& options, EN_ZOR_COMMON_APP_TYPE_T type)
             waitUntil(std::min(end, Clock::now() + std::chrono::milliseconds(static_cast<long long>(
                                                        options.streamSeconds * 1000))));
             event("streaming stopped: result %d", ZOR_App_stopStreamingMicrophoneData());
+            summarisePcm();
             continue;
         }
+        farField.poll();
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
     }
 
+    summarisePcm();
     std::lock_guard<std::mutex> guard(gWavLock);
     sf_close(gWav);
     gWav = nullptr;
@@ -255,16 +333,10 @@ void addListenCommand(CLI::App& app, Invocation& invocation)
         ->add_option("--init-delay", options->initDelay,
                      "Seconds to wait before completing the initialisation")
         ->check(CLI::NonNegativeNumber);
-    command->callback([&app, &invocation, options] {
-        invocation.action = [&app, options] {
-            static const std::map<std::string, EN_ZOR_COMMON_APP_TYPE_T> types = {
-                {"avs", EN_ZOR_COMMON_APP_TYPE_AVS},
-                {"ga", EN_ZOR_COMMON_APP_TYPE_GA},
-                {"iot", EN_ZOR_COMMON_APP_TYPE_IOT},
-            };
-            const std::string name = app.get_option("--app")->as<std::string>();
-            const auto type = types.count(name) ? types.at(name) : EN_ZOR_COMMON_APP_TYPE_AVS;
-            return listen(*options, type);
+    command->callback([&invocation, options] {
+        invocation.needs = Needs::Callbacks;
+        invocation.action = [&invocation, options] {
+            return listen(*options, invocation.appType, invocation.verbose);
         };
     });
 }

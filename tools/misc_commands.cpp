@@ -15,7 +15,8 @@ void addMiscCommands(CLI::App& app, Invocation& invocation)
     auto playback = arg<std::string>();
     addAction(app, invocation, "playback", "Send a playback control command",
               [playback] {
-                  return reportStatus("playback", ZOR_App_SendPlaybackCtrl(playback->c_str()));
+                  return send("playback",
+                              [&] { return ZOR_App_SendPlaybackCtrl(playback->c_str()); });
               })
         ->add_option("command", *playback, "e.g. play, pause, stop")
         ->required();
@@ -25,43 +26,41 @@ void addMiscCommands(CLI::App& app, Invocation& invocation)
               [bufferSize] {
                   std::vector<char> buffer(*bufferSize + 1, '\0');
                   unsigned int length = *bufferSize;
-                  const int status = ZOR_App_GetCertificate(buffer.data(), &length);
-                  if (status < 0)
-                      return reportStatus("certificate", status);
-                  printf("certificate (%u bytes):\n", length);
-                  fwrite(buffer.data(), 1, length, stdout);
-                  printf("\n");
-                  return 0;
+                  return query(
+                      "certificate", [&] { return ZOR_App_GetCertificate(buffer.data(), &length); },
+                      [&] {
+                          answer("certificate (%u bytes):", length);
+                          fwrite(buffer.data(), 1, length, answerStream());
+                          answer("%s", "");
+                      });
               })
         ->add_option("--buffer-size", *bufferSize, "Buffer offered for the certificate")
         ->check(CLI::Range(0u, static_cast<unsigned int>(MAX_LEN)));
 
     addAction(app, invocation, "option-bits", "Print the option bytes 0 to 3", [] {
         char options[4] = {};
-        const int status =
-            ZOR_App_GetOptionBits(&options[0], &options[1], &options[2], &options[3]);
-        if (status < 0)
-            return reportStatus("option-bits", status);
-        printf("option-bits: %d %d %d %d\n", options[0], options[1], options[2], options[3]);
-        return 0;
+        return query(
+            "option-bits",
+            [&] {
+                return ZOR_App_GetOptionBits(&options[0], &options[1], &options[2], &options[3]);
+            },
+            [&] {
+                answer("option-bits: %d %d %d %d", options[0], options[1], options[2], options[3]);
+            });
     });
 
     addAction(app, invocation, "ga-option", "Print the Google Assistant option", [] {
         bool option = false;
-        const int status = ZOR_App_GetOptionBit(&option);
-        if (status < 0)
-            return reportStatus("ga-option", status);
-        printf("ga-option: %s\n", option ? "on" : "off");
-        return 0;
+        return query(
+            "ga-option", [&] { return ZOR_App_GetOptionBit(&option); },
+            [&] { answer("ga-option: %s", option ? "on" : "off"); });
     });
 
     addAction(app, invocation, "wallglow-option", "Print the wall-lighting option", [] {
         char option = 0;
-        const int status = ZOR_App_GetWallglowOptionBit(&option);
-        if (status < 0)
-            return reportStatus("wallglow-option", status);
-        printf("wallglow-option: %d\n", option);
-        return 0;
+        return query(
+            "wallglow-option", [&] { return ZOR_App_GetWallglowOptionBit(&option); },
+            [&] { answer("wallglow-option: %d", option); });
     });
 
     auto appName = arg<std::string>();
@@ -73,10 +72,10 @@ void addMiscCommands(CLI::App& app, Invocation& invocation)
     smartTv->add_option("--param", *appParam, "Parameter, the television's own");
     smartTv->callback([&invocation, appName, appCommand, appParam, commandOption] {
         invocation.action = [appName, appCommand, appParam, commandOption] {
-            return reportStatus("smart-tv-app",
-                                ZOR_App_StartSmartTVApp(&(*appName)[0],
-                                                        optionalText(commandOption, *appCommand),
-                                                        *appParam));
+            return send("smart-tv-app", [&] {
+                return ZOR_App_StartSmartTVApp(&(*appName)[0],
+                                               optionalText(commandOption, *appCommand), *appParam);
+            });
         };
     });
 
@@ -87,23 +86,22 @@ void addMiscCommands(CLI::App& app, Invocation& invocation)
     CLI::Option* subOption = ui->add_option("sub-command", *uiSub, "Sub-command");
     ui->callback([&invocation, uiName, uiSub, subOption] {
         invocation.action = [uiName, uiSub, subOption] {
-            return reportStatus("ui-control", ZOR_App_StartUIControl(
-                                                  &(*uiName)[0], optionalText(subOption, *uiSub)));
+            return send("ui-control", [&] {
+                return ZOR_App_StartUIControl(&(*uiName)[0], optionalText(subOption, *uiSub));
+            });
         };
     });
 
     addAction(app, invocation, "active-app", "Print the active application", [] {
         EN_VOICECTRL_ACTIVE_APP value = 0;
-        const int status = ZOR_App_GetActiveApp(&value);
-        if (status < 0)
-            return reportStatus("active-app", status);
-        printf("active-app: %d\n", value);
-        return 0;
+        return query(
+            "active-app", [&] { return ZOR_App_GetActiveApp(&value); },
+            [&] { answer("active-app: %d", value); });
     });
 
     auto key = arg<std::string>();
     addAction(app, invocation, "rc-key", "Inject a remote-control key",
-              [key] { return reportStatus("rc-key", ZOR_App_Inject_RC_Key(key->c_str())); })
+              [key] { return send("rc-key", [&] { return ZOR_App_Inject_RC_Key(key->c_str()); }); })
         ->add_option("key", *key, "Key name")
         ->required();
 
@@ -111,7 +109,8 @@ void addMiscCommands(CLI::App& app, Invocation& invocation)
     auto videoParam = arg<int>();
     CLI::App* youtube =
         addAction(app, invocation, "youtube", "Start a YouTube video", [videoId, videoParam] {
-            return reportStatus("youtube", ZOR_App_StartYoutubeVideo(&(*videoId)[0], *videoParam));
+            return send("youtube",
+                        [&] { return ZOR_App_StartYoutubeVideo(&(*videoId)[0], *videoParam); });
         });
     youtube->add_option("video-id", *videoId, "Video id (cut at 1024 characters)")->required();
     youtube->add_option("--param", *videoParam, "Parameter, the television's own");

@@ -10,8 +10,12 @@
 #include <atomic>
 #include <chrono>
 #include <cstdio>
+#include <cstdlib>
+#include <limits.h>
 #include <memory>
+#include <string>
 #include <thread>
+#include <unistd.h>
 #include <vector>
 
 namespace zorctl
@@ -44,6 +48,52 @@ int writePeriod(void* data, unsigned int bytes)
     return 0;
 }
 
+bool exists(const std::string& path)
+{
+    return access(path.c_str(), R_OK) == 0;
+}
+
+// The project's ALSA configuration that turns hw:0,6 into files: installed
+// beside this program, or in the source tree it was built from.
+std::string alsaConfiguration()
+{
+    char self[PATH_MAX];
+    const ssize_t length = readlink("/proc/self/exe", self, sizeof(self) - 1);
+    if (length > 0) {
+        std::string dir(self, static_cast<size_t>(length));
+        dir.erase(dir.find_last_of('/'));
+        const std::string installed = dir + "/../share/zor/asound.conf";
+        if (exists(installed))
+            return installed;
+    }
+    if (exists(ZOR_SOURCE_ALSA_CONF))
+        return ZOR_SOURCE_ALSA_CONF;
+    return "sim/alsa/asound.conf";
+}
+
+// Why the capture device could not be read, in words of what to set.
+void explainCaptureFailure()
+{
+    const char* config = getenv("ALSA_CONFIG_PATH");
+    if (!config || !*config) {
+        complain("record: the capture device hw:0,6 could not be read. Without the television's "
+                 "sound devices, set ALSA_CONFIG_PATH=%s and ZOR_ALSA_DIR to a directory "
+                 "holding pcm0,6.in (zorfeed writes it); zorctl -v shows ALSA's messages",
+                 alsaConfiguration().c_str());
+        return;
+    }
+    const char* dir = getenv("ZOR_ALSA_DIR");
+    const std::string input = std::string(dir && *dir ? dir : "/tmp/zor-alsa") + "/pcm0,6.in";
+    if (!exists(input)) {
+        complain("record: %s is missing: the capture device hw:0,6 reads it (zorfeed --mkfifo "
+                 "writes it)",
+                 input.c_str());
+        return;
+    }
+    complain("record: the capture ended early (zorctl -v shows the library's and ALSA's "
+             "messages)");
+}
+
 int record(const std::string& path, double seconds)
 {
     SF_INFO info{};
@@ -52,8 +102,8 @@ int record(const std::string& path, double seconds)
     info.format = SF_FORMAT_WAV | SF_FORMAT_PCM_16;
     SNDFILE* file = sf_open(path.c_str(), SFM_WRITE, &info);
     if (file == nullptr) {
-        fprintf(stderr, "zorctl: %s: %s\n", path.c_str(), sf_strerror(nullptr));
-        return 1;
+        complain("record: %s: %s", path.c_str(), sf_strerror(nullptr));
+        return kExitRefused;
     }
     recordFile = file;
     recordedFrames = 0;
@@ -63,7 +113,8 @@ int record(const std::string& path, double seconds)
         alsaCaptureRegisterCallback(nullptr);
         recordFile = nullptr;
         sf_close(file);
-        return 1;
+        complain("record: the capture thread did not start (zorctl -v shows why)");
+        return kExitRefused;
     }
 
     // A capture that cannot open its device ends at once.
@@ -77,19 +128,19 @@ int record(const std::string& path, double seconds)
     if (!zor::audio::waitForCaptureEnd(kCaptureEndTimeoutMs)) {
         // The thread is stuck in a read (a FIFO nobody writes); it still
         // owns the file, so it is left open.
-        fprintf(stderr, "zorctl: the capture did not end within %d ms\n", kCaptureEndTimeoutMs);
-        return 3;
+        complain("record: the capture did not end within %d ms", kCaptureEndTimeoutMs);
+        return kExitRefused;
     }
     alsaCaptureRegisterCallback(nullptr);
     recordFile = nullptr;
     sf_close(file);
 
     const long long frames = recordedFrames.load();
-    printf("record: %lld frames (%.2f s) to %s\n", frames, double(frames) / kRate, path.c_str());
     if (ended) {
-        fprintf(stderr, "zorctl: the capture ended early (see the lines above)\n");
-        return 1;
+        explainCaptureFailure();
+        return kExitRefused;
     }
+    answer("record: %lld frames (%.2f s) to %s", frames, double(frames) / kRate, path.c_str());
     return 0;
 }
 
@@ -105,7 +156,7 @@ void addRecordCommand(CLI::App& app, Invocation& invocation)
     command->add_option("-d,--duration", *seconds, "Seconds to record")
         ->check(CLI::Range(0.0, 3600.0));
     command->callback([&invocation, path, seconds] {
-        invocation.needsTelevision = false;
+        invocation.needs = Needs::Nothing;
         invocation.action = [path, seconds] { return record(*path, *seconds); };
     });
 }

@@ -11,12 +11,16 @@
 namespace zorctl
 {
 
-// Adds `name`; choosing it makes `action` the invocation's action.
+// Adds `name`; choosing it makes `action` the invocation's action, run once
+// the library has opened what `needs` says.
 inline CLI::App* addAction(CLI::App& app, Invocation& invocation, const char* name,
-                           const char* help, Action action)
+                           const char* help, Action action, Needs needs = Needs::Middleware)
 {
     CLI::App* command = app.add_subcommand(name, help);
-    command->callback([&invocation, action] { invocation.action = action; });
+    command->callback([&invocation, action, needs] {
+        invocation.action = action;
+        invocation.needs = needs;
+    });
     return command;
 }
 

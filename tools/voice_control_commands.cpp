@@ -9,14 +9,15 @@ namespace zorctl
 void addVoiceControlCommands(CLI::App& app, Invocation& invocation)
 {
     addAction(app, invocation, "voice-init", "Initialise the voice-control service",
-              [] { return reportStatus("voice-init", ZOR_Voice_Ctrl_Init()); });
+              [] { return send("voice-init", [&] { return ZOR_Voice_Ctrl_Init(); }); });
 
     auto texts = std::make_shared<std::vector<std::string>>(4);
     CLI::App* certs =
         addAction(app, invocation, "browser-certs", "Send the browser certificates", [texts] {
             auto& t = *texts;
-            return reportStatus("browser-certs", ZOR_App_SetBrowserCertificates(
-                                                     &t[0][0], &t[1][0], &t[2][0], &t[3][0]));
+            return send("browser-certs", [&] {
+                return ZOR_App_SetBrowserCertificates(&t[0][0], &t[1][0], &t[2][0], &t[3][0]);
+            });
         });
     certs->add_option("data1", (*texts)[0], "First certificate text")->required();
     certs->add_option("data2", (*texts)[1], "Second certificate text")->required();

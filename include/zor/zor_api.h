@@ -121,10 +121,17 @@ ZOR_EXPORT int ZOR_App_GetCurrentInputSource(char* pc_current_source);
 ZOR_EXPORT int ZOR_App_GetCurrentInputSrc(char* srcName);
 /** Asks for the number of sources, stores it into *i4_bufLen, then fetches that
  * many records into pt_sourceList, which must hold as many records as the
- * television reports (no more than that count is ever written). Returns 0
+ * television reports (no more than that count is ever written): learn the
+ * count first with ZOR_App_GetInputSourceNumber. Returns 0
  * with "no source" when the count is 0 (or its command failed); on a negative
  * status of the list command nothing is copied and the status is returned. */
 ZOR_EXPORT int ZOR_App_GetInputSouceList(_VOICECTRL_SOURCE_INFO* pt_sourceList, int* i4_bufLen);
+/** The number of input sources into *i4_count (0 when the status is -1): the
+ * same count command that ZOR_App_GetInputSouceList sends first. Allocate the
+ * list's array for this count, with room for sources that may appear before
+ * the list call counts again. Returns the status; null i4_count: -1 with a
+ * line on stdout, nothing sent. */
+ZOR_EXPORT int ZOR_App_GetInputSourceNumber(int* i4_count);
 /** Playback status (preset 6 before the query), delivered whatever the status. */
 ZOR_EXPORT int ZOR_App_GetPlayerStatus(EN_VOICECTRL_PLAYBACK_STATUS* pt_value);
 /** Sets the picture style; the status. */

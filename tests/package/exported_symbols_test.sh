@@ -38,6 +38,7 @@ ZOR_App_GetEnvironment
 ZOR_App_GetFFmicOptionBit
 ZOR_App_GetFWversion
 ZOR_App_GetInputSouceList
+ZOR_App_GetInputSourceNumber
 ZOR_App_GetMaxVolume
 ZOR_App_GetMute
 ZOR_App_GetOptionBit
@@ -153,7 +154,7 @@ OXAPC::C_OXAAVSServerHandler::~C_OXAAVSServerHandler()
 OXA_TVC_NewClient(char const*)
 OXA_TVC_SocketPath(char const*, char*, unsigned int)
 OXA_TVC_TransmitCommand(unsigned int, MUPParam&, MUPParam*, unsigned int)
-OXA_TVC_UnansweredCount()
+OXA_TVC_TransmitCounts(unsigned long*, unsigned long*)
 initAVSServer(char const*, OXAPC::C_OXAAVSServerHandler*)
 typeinfo for OXAPC::C_OXAAVSServerHandler
 typeinfo name for OXAPC::C_OXAAVSServerHandler
