@@ -59,6 +59,7 @@ if(ZOR_BUILD_TOOLS)
     endif()
     install(TARGETS tvsim zorctl zorfeed RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
     install(FILES ${PROJECT_SOURCE_DIR}/sim/alsa/asound.conf
+        ${PROJECT_SOURCE_DIR}/sim/tv-state.example.json
         DESTINATION ${CMAKE_INSTALL_DATADIR}/zor)
 endif()
 

@@ -2,6 +2,7 @@
 
 #include "mup/runtime_dir.h"
 #include "sim/inbound_sender.h"
+#include "sim/xmos_console.h"
 
 #include <cerrno>
 #include <csignal>
@@ -71,6 +72,14 @@ bool readLine(int fd, std::string* line)
     }
 }
 
+std::string trimmed(const std::string& line)
+{
+    const size_t start = line.find_first_not_of(" \t\r");
+    if (start == std::string::npos)
+        return {};
+    return line.substr(start, line.find_last_not_of(" \t\r") - start + 1);
+}
+
 std::string joined(const std::vector<std::string>& words)
 {
     std::string out;
@@ -104,12 +113,31 @@ std::string controlSocketPath()
     return dir.empty() ? std::string() : dir + "/tvsim.control";
 }
 
+std::vector<std::string> consoleHelp()
+{
+    std::vector<std::string> lines = {
+        "commands of the running tvsim (tvsim ctl <command>, or typed at its console); "
+        "@avs, @ga or @iot first sends one to that application:"};
+    for (const std::string& line : InboundSender::help())
+        lines.push_back("  " + line);
+    for (const std::string& line : xmosHelp())
+        lines.push_back("  " + line);
+    lines.push_back("  help");
+    lines.push_back("  quit   (stops tvsim)");
+    return lines;
+}
+
 int runControlClient(const ConsoleOptions& options)
 {
     const std::vector<std::string> words = options.ctl->remaining();
     if (words.empty()) {
         fprintf(stderr, "tvsim ctl: which command? (tvsim ctl help)\n");
         return 2;
+    }
+    if (words.size() == 1 && (words[0] == "help" || words[0] == "--help" || words[0] == "-h")) {
+        for (const std::string& line : consoleHelp())
+            printf("%s\n", line.c_str());
+        return 0;
     }
     const std::string path = controlSocketPath();
     sockaddr_un address;
@@ -190,12 +218,16 @@ Console::~Console()
 
 std::string Console::execute(const std::string& line)
 {
-    const size_t start = line.find_first_not_of(" \t\r");
-    if (start == std::string::npos)
+    const std::string command = trimmed(line);
+    if (command.empty())
         return "error empty command";
-    const std::string command = line.substr(start, line.find_last_not_of(" \t\r") - start + 1);
-    if (command == "help")
-        return "ok " + InboundSender::help();
+    if (command == "help") {
+        // One answer line: the commands joined.
+        std::string answer = "ok";
+        for (const std::string& line : consoleHelp())
+            answer += (answer.size() > 2 ? " | " : " ") + line.substr(line.find_first_not_of(' '));
+        return answer;
+    }
     if (command == "quit") {
         kill(getpid(), SIGTERM);
         return "ok stopping";
@@ -259,7 +291,12 @@ void Console::readConsole()
         m_pendingInput.erase(0, end + 1);
         if (line.find_first_not_of(" \t\r") == std::string::npos)
             continue;
-        printf("tvsim> %s\n", execute(line).c_str());
+        if (trimmed(line) == "help") {
+            for (const std::string& text : consoleHelp())
+                printf("tvsim> %s\n", text.c_str());
+        } else {
+            printf("tvsim> %s\n", execute(line).c_str());
+        }
         fflush(stdout);
     }
 }

@@ -34,8 +34,12 @@ void addConsoleOptions(CLI::App& app, ConsoleOptions& options);
 bool isControlClient(const ConsoleOptions& options);
 
 // `tvsim ctl`: sends the command to the running tvsim and prints its answer.
-// Exit status 0 when the answer starts with "ok".
+// Exit status 0 when the answer starts with "ok". `tvsim ctl help` needs no
+// running tvsim: it prints the commands, one a line.
 int runControlClient(const ConsoleOptions& options);
+
+// Every console command with its arguments, one a line.
+std::vector<std::string> consoleHelp();
 
 std::string controlSocketPath();
 

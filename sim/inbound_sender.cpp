@@ -93,12 +93,19 @@ std::string flagByte(const std::vector<std::string>& args, Bytes& out)
     return {};
 }
 
-std::function<std::string(const std::vector<std::string>&, Bytes&)> text(size_t width)
+// A text sent in a field of `width` bytes. One that does not fit is refused
+// rather than cut: the application would see another text than the one typed.
+std::function<std::string(const std::vector<std::string>&, Bytes&)> text(const char* what,
+                                                                         size_t width)
 {
-    return [width](const std::vector<std::string>& args, Bytes& out) {
+    return [what, width](const std::vector<std::string>& args, Bytes& out) {
         std::string joined;
         for (const std::string& arg : args)
             joined += (joined.empty() ? "" : " ") + arg;
+        if (joined.size() > width)
+            return std::string(what) + " has at most " + std::to_string(width) +
+                   " characters (its field is " + std::to_string(width) + " bytes): '" + joined +
+                   "' would arrive as '" + joined.substr(0, width) + "'";
         appendText(out, joined, width);
         return std::string();
     };
@@ -126,10 +133,10 @@ const std::map<std::string, Command>& commands()
           words}},
         {"language",
          {OXA_CMD_ID_AVS_USER_CHANGE_LANGUAGE, OXA_CMD_ID_GA_USER_CHANGE_LANGUAGE, "<code>", 1,
-          text(inbound::kLanguageBytes), true}},
+          text("a language code", inbound::kLanguageBytes), true}},
         {"country",
          {OXA_CMD_ID_AVS_USER_CHANGE_COUNTRY, OXA_CMD_ID_GA_USER_CHANGE_COUNTRY, "<code>", 1,
-          text(inbound::kCountryBytes), true}},
+          text("a country code", inbound::kCountryBytes), true}},
         {"tap", {OXA_CMD_ID_AVS_MIC_BUTTON_TAPPED, 0, "", 0, noPayload}},
         {"reset", {OXA_CMD_ID_AVS_REST_AVS, OXA_CMD_ID_GA_REST_GA, "<state>", 1, words}},
         {"power",
@@ -145,7 +152,7 @@ const std::map<std::string, Command>& commands()
         {"control-changed", {OXA_CMD_ID_VOICE_CTRL_INFORM_CONTROL_CHANGED, 0, "<type>", 1, words}},
         {"cert-changed",
          {OXA_CMD_ID_VOICE_CTRL_INFORM_TEVORA_CERT_CHANGED, 0, "<text>", 1,
-          text(inbound::kCertificateTextBytes), true}},
+          text("the certificate text", inbound::kCertificateTextBytes), true}},
         {"query-iot-cert", {OXA_CMD_ID_VOICE_CTRL_QUERY_FOR_IOT_CERTIFICATE, 0, "", 0, noPayload}},
         {"softmic", {OXA_CMD_ID_VOICE_CTRL_FFM_YOUTUBE_SOFTMIC_STATUS, 0, "<status>", 1, words}},
     };
@@ -182,14 +189,14 @@ InboundSender::InboundSender(Application defaultTarget) : m_default(defaultTarge
 
 InboundSender::~InboundSender() = default;
 
-std::string InboundSender::help()
+std::vector<std::string> InboundSender::help()
 {
-    std::string out = "commands ([@avs|@ga|@iot] first picks the application; ga-<command> "
-                      "sends the Google Assistant's twin):";
+    std::vector<std::string> lines;
     for (const auto& [name, command] : commands())
-        out += std::string(" | ") + name + (command.usage[0] ? " " : "") + command.usage;
-    out += " | pcm <file.wav>";
-    return out;
+        lines.push_back(name + (command.usage[0] ? " " : "") + command.usage +
+                        (command.gaId ? "   (ga-" + name + ": the Google Assistant's twin)" : ""));
+    lines.push_back("pcm <file.wav>");
+    return lines;
 }
 
 std::string InboundSender::execute(const std::string& line)

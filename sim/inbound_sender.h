@@ -32,8 +32,8 @@ public:
     // for this command only. Safe from several threads.
     std::string execute(const std::string& line);
 
-    // One line per command, for "help".
-    static std::string help();
+    // One line per command with its arguments, for "help".
+    static std::vector<std::string> help();
 
 private:
     std::string send(Application target, unsigned int id,

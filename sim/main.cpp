@@ -12,6 +12,7 @@
 #include "zor/zor_version.h"
 
 #include <CLI/CLI.hpp>
+#include <nlohmann/json.hpp>
 
 #include <csignal>
 #include <cstdio>
@@ -38,6 +39,10 @@ int main(int argc, char** argv)
     app.set_version_flag("--version", "tvsim (libzor) " ZOR_VERSION_STRING);
     bool quiet = false;
     app.add_flag("-q,--quiet", quiet, "Do not print a line per command");
+    bool printState = false;
+    app.add_flag("--print-state", printState,
+                 "Print the television's state as a state file (the built-in one, or --state's "
+                 "over it) and exit");
     zor::sim::TelevisionOptions televisionOptions;
     zor::sim::addTelevisionOptions(app, televisionOptions);
     zor::sim::ConsoleOptions consoleOptions;
@@ -75,6 +80,10 @@ int main(int argc, char** argv)
     if (!television) {
         fprintf(stderr, "tvsim: %s\n", televisionError.c_str());
         return 1;
+    }
+    if (printState) {
+        printf("%s\n", nlohmann::json(television->state()).dump(2).c_str());
+        return 0;
     }
     feed = std::make_unique<zor::sim::DashboardFeed>(*television);
     std::vector<std::unique_ptr<zor::sim::MiddlewareHandler>> handlers;

@@ -28,8 +28,12 @@ int MiddlewareHandler::handleCommand(unsigned int cmd, MUPParam& in, MUPParam* o
     }
 
     Answer answer = m_television.apply(*row, in.data(), in.size());
-    m_sink("[" + m_serviceName + "] " + wire::describeRequest(*row, in.data(), in.size()) + " -> " +
-           std::to_string(answer.status));
+    // What was asked, and what the answer carried.
+    const std::string request = wire::isBlankQuery(*row, in.data(), in.size())
+                                    ? std::string(row->name)
+                                    : wire::describeRequest(*row, in.data(), in.size());
+    m_sink("[" + m_serviceName + "] " + request + " -> " + std::to_string(answer.status) +
+           wire::describeReply(*row, answer.fields.data(), answer.fields.size()));
     if (out) {
         out->writeInt32(answer.status);
         out->write(answer.fields.data(), static_cast<unsigned int>(answer.fields.size()));

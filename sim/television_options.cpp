@@ -1,5 +1,6 @@
 #include "sim/television_options.h"
 
+#include <cstdio>
 #include <stdexcept>
 
 namespace zor::sim
@@ -41,8 +42,13 @@ void addTelevisionOptions(CLI::App& app, TelevisionOptions& options)
 std::unique_ptr<Television> makeTelevision(const TelevisionOptions& options, std::string& error)
 {
     TelevisionState state = defaultTelevision();
-    if (!options.stateFile.empty() && !loadTelevisionState(options.stateFile, state, error))
+    std::vector<std::string> unknownKeys;
+    if (!options.stateFile.empty() &&
+        !loadTelevisionState(options.stateFile, state, error, &unknownKeys))
         return nullptr;
+    for (const std::string& key : unknownKeys)
+        fprintf(stderr, "tvsim: %s: unknown key %s, ignored (tvsim --print-state shows them all)\n",
+                options.stateFile.c_str(), key.c_str());
 
     FaultPlan faults;
     for (const std::string& failure : options.failures) {

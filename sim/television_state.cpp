@@ -109,7 +109,75 @@ TelevisionState defaultTelevision()
     return tv;
 }
 
-bool loadTelevisionState(const std::string& path, TelevisionState& state, std::string& error)
+namespace
+{
+
+// Every key path of the default television's JSON form, to compare against.
+void knownPaths(const nlohmann::json& json, const std::string& prefix,
+                std::vector<std::string>* paths)
+{
+    if (json.is_object()) {
+        for (const auto& [key, value] : json.items()) {
+            const std::string path = prefix.empty() ? key : prefix + "." + key;
+            paths->push_back(path);
+            knownPaths(value, path, paths);
+        }
+    } else if (json.is_array() && !json.empty()) {
+        knownPaths(json.front(), prefix + "[]", paths);
+    }
+}
+
+std::string lastKey(const std::string& path)
+{
+    const size_t dot = path.find_last_of('.');
+    return dot == std::string::npos ? path : path.substr(dot + 1);
+}
+
+// Walks `json` beside `schema`; `pattern` is the path with "[]" for indexes,
+// `path` the one shown.
+void findUnknown(const nlohmann::json& json, const nlohmann::json& schema,
+                 const std::string& pattern, const std::string& path,
+                 const std::vector<std::string>& known, std::vector<std::string>* out)
+{
+    if (json.is_object() && schema.is_object()) {
+        for (const auto& [key, value] : json.items()) {
+            const std::string keyPattern = pattern.empty() ? key : pattern + "." + key;
+            const std::string keyPath = path.empty() ? key : path + "." + key;
+            const auto found = schema.find(key);
+            if (found != schema.end()) {
+                findUnknown(value, *found, keyPattern, keyPath, known, out);
+                continue;
+            }
+            std::string line = keyPath;
+            for (const std::string& candidate : known) {
+                if (lastKey(candidate) == key) {
+                    line += " (did you mean " + candidate + "?)";
+                    break;
+                }
+            }
+            out->push_back(line);
+        }
+    } else if (json.is_array() && schema.is_array() && !schema.empty()) {
+        for (size_t i = 0; i < json.size(); ++i)
+            findUnknown(json[i], schema.front(), pattern + "[]",
+                        path + "[" + std::to_string(i) + "]", known, out);
+    }
+}
+
+} // namespace
+
+std::vector<std::string> unknownStateKeys(const nlohmann::json& json)
+{
+    const nlohmann::json schema = defaultTelevision();
+    std::vector<std::string> known;
+    knownPaths(schema, "", &known);
+    std::vector<std::string> unknown;
+    findUnknown(json, schema, "", "", known, &unknown);
+    return unknown;
+}
+
+bool loadTelevisionState(const std::string& path, TelevisionState& state, std::string& error,
+                         std::vector<std::string>* unknownKeys)
 {
     std::ifstream file(path);
     if (!file) {
@@ -118,7 +186,13 @@ bool loadTelevisionState(const std::string& path, TelevisionState& state, std::s
     }
     try {
         const nlohmann::json json = nlohmann::json::parse(file);
+        if (!json.is_object()) {
+            error = path + ": a state file holds one JSON object";
+            return false;
+        }
         json.get_to(state);
+        if (unknownKeys)
+            *unknownKeys = unknownStateKeys(json);
     } catch (const nlohmann::json::exception& e) {
         error = path + ": " + e.what();
         return false;

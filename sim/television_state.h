@@ -124,8 +124,14 @@ void to_json(nlohmann::json& json, const TelevisionState& state);
 void from_json(const nlohmann::json& json, TelevisionState& state);
 
 // Reads a state file over the default television. False with `error` set when
-// the file can't be read or is not a valid state.
-bool loadTelevisionState(const std::string& path, TelevisionState& state, std::string& error);
+// the file can't be read or is not a valid state. Keys that are no part of the
+// state are ignored; each is added to `unknownKeys` (when given) as a line
+// naming its path ("volume (did you mean audio.volume?)", "channels[2].nmae").
+bool loadTelevisionState(const std::string& path, TelevisionState& state, std::string& error,
+                         std::vector<std::string>* unknownKeys = nullptr);
+
+// The keys of `json` that a state does not have, as above.
+std::vector<std::string> unknownStateKeys(const nlohmann::json& json);
 
 } // namespace zor::sim
 

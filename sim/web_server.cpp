@@ -102,42 +102,16 @@ bool readTextField(const httplib::Request& req, httplib::Response& res, const Te
     return true;
 }
 
-// The command word and its arguments joined by single spaces, as the
-// console sends them; "@ga tap": the application prefix is not the command.
-std::pair<std::string, std::string> commandOf(const std::string& line)
+// The command word of a line; "@ga tap": the application prefix is not the
+// command.
+std::string commandOf(const std::string& line)
 {
     std::istringstream words(line);
     std::string command;
     words >> command;
     if (!command.empty() && command[0] == '@')
         words >> command;
-    std::string arguments;
-    for (std::string word; words >> word;)
-        arguments += (arguments.empty() ? "" : " ") + word;
-    return {command, arguments};
-}
-
-// The console cuts a text to its field without a word (the library copes
-// with a full field); the page says so instead.
-std::string textTooLong(std::string command, const std::string& text)
-{
-    if (command.rfind("ga-", 0) == 0)
-        command.erase(0, 3);
-    const struct {
-        const char* command;
-        const char* what;
-        unsigned width;
-    } fields[] = {
-        {"language", "a language code", inbound::kLanguageBytes},
-        {"country", "a country code", inbound::kCountryBytes},
-        {"cert-changed", "the certificate text", inbound::kCertificateTextBytes},
-    };
-    for (const auto& field : fields) {
-        if (command == field.command && text.size() > field.width)
-            return std::string(field.what) + " has at most " + std::to_string(field.width) +
-                   " characters";
-    }
-    return {};
+    return command;
 }
 
 bool isLoopbackHost(const std::string& hostHeader)
@@ -303,14 +277,26 @@ public:
     bool listen(int port, std::string* error)
     {
         routes();
+        // Address reuse only: with the HTTP layer's default SO_REUSEPORT a
+        // second tvsim would bind the same port and the kernel would share
+        // the requests between two televisions.
+        m_server.set_socket_options([](socket_t sock) {
+            const int yes = 1;
+            setsockopt(sock, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof(yes));
+        });
+        errno = 0;
         if (port == 0) {
             m_port = m_server.bind_to_any_port(m_bind);
         } else if (m_server.bind_to_port(m_bind, port)) {
             m_port = port;
         }
         if (m_port <= 0) {
-            *error =
-                "cannot listen on " + m_bind + ":" + std::to_string(port) + ": " + strerror(errno);
+            const int why = errno;
+            *error = "cannot listen on " + m_bind + ":" + std::to_string(port) + ": " +
+                     (why == EADDRINUSE ? "the port is already served (another tvsim --web?); "
+                                          "choose another with --web-port"
+                      : why             ? strerror(why)
+                                        : "the address is not usable");
             return false;
         }
         m_thread = std::thread([this] { m_server.listen_after_bind(); });
@@ -493,14 +479,12 @@ void WebServer::Impl::runCommand(const httplib::Request& req, httplib::Response&
             {"line", "{\"line\": \"tap\"}", " such as \"tap\"", "command", kMaxCommandChars},
             &text))
         return;
-    const auto [command, arguments] = commandOf(text);
+    // Texts that don't fit their field are refused by the command itself.
+    const std::string command = commandOf(text);
     if (command == "quit")
         return refuse(res, "quit is not available from the page");
     if (command == "pcm")
         return refuse(res, "PCM goes through the upload (POST /api/pcm)");
-    const std::string tooLong = textTooLong(command, arguments);
-    if (!tooLong.empty())
-        return refuse(res, tooLong);
     execute(text, text, res);
 }
 

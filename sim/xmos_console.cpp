@@ -87,4 +87,13 @@ CommandHook xmosCommands(XmosSimulator& board)
     };
 }
 
+std::vector<std::string> xmosHelp()
+{
+    return {
+        "say <file.wav> [<keyword begin> <keyword end>]   (tvsim --xmos: the far-field board)",
+        "say-text <sentence>   (tvsim --xmos; espeak-ng speaks it, a leading \"alexa\" is the "
+        "keyword)",
+    };
+}
+
 } // namespace zor::sim

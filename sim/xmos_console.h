@@ -10,6 +10,7 @@
 
 #include <memory>
 #include <string>
+#include <vector>
 
 namespace zor::sim
 {
@@ -30,6 +31,9 @@ std::unique_ptr<XmosSimulator> startXmos(const ConsoleOptions& options, std::str
 // Each answers once the board has played the utterance. The board is
 // borrowed and must outlive the hook.
 CommandHook xmosCommands(XmosSimulator& board);
+
+// One line per board command, for "help".
+std::vector<std::string> xmosHelp();
 
 } // namespace zor::sim
 

@@ -342,4 +342,38 @@ std::string describeRequest(const CommandRow& row, const unsigned char* payload,
     return line;
 }
 
+std::string describeReply(const CommandRow& row, const unsigned char* fields, size_t size)
+{
+    std::string line;
+    Fields out(line);
+    switch (row.reply) {
+    case ReplyShape::None:
+        break;
+    case ReplyShape::Record: {
+        const FixedDecoder decode = fixedDecoder(row.record);
+        if (size < recordSize(row.record) || !decode)
+            out.number("short_bytes", static_cast<long long>(size));
+        else
+            decode(out, fields);
+        break;
+    }
+    case ReplyShape::List: {
+        const size_t each = recordSize(row.record);
+        out.number("records", static_cast<long long>(each ? size / each : 0));
+        break;
+    }
+    }
+    return line;
+}
+
+bool isBlankQuery(const CommandRow& row, const unsigned char* payload, size_t size)
+{
+    if (row.request != RequestShape::Record || row.reply != ReplyShape::Record)
+        return false;
+    for (size_t i = 0; i < size; ++i)
+        if (payload[i] != 0)
+            return false;
+    return true;
+}
+
 } // namespace zor::wire

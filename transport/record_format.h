@@ -15,6 +15,14 @@ namespace zor::wire
 // than the row's layout are decoded as far as they go and marked "(short)".
 std::string describeRequest(const CommandRow& row, const unsigned char* payload, size_t size);
 
+// " field=value ..." for the reply fields of `row` that follow the status word
+// ("" for a command that answers none); a list is shown as its record count.
+std::string describeReply(const CommandRow& row, const unsigned char* fields, size_t size);
+
+// True for a query whose request is its reply record sent as zeros: such a
+// request tells nothing and is not worth showing.
+bool isBlankQuery(const CommandRow& row, const unsigned char* payload, size_t size);
+
 } // namespace zor::wire
 
 #endif

@@ -140,13 +140,49 @@ TEST_F(SimulatorConsoleTest, WavFileArrivesAsPcmCommands)
 
 TEST_F(SimulatorConsoleTest, MistakesAreAnsweredWithAnError)
 {
-    for (const char* command : {"bogus", "enable", "hold 2", "ga-tap", "@tv activate"}) {
+    // Texts longer than their field would arrive cut ("de-D"): refused.
+    for (const char* command : {"bogus", "enable", "hold 2", "ga-tap", "@tv activate",
+                                "language de-DE", "@ga country GBR1"}) {
         SCOPED_TRACE(command);
         const CtlResult result = ctl(command);
         EXPECT_EQ(result.answer.rfind("error ", 0), 0u) << result.answer;
         EXPECT_EQ(result.status, 1);
     }
     EXPECT_TRUE(recordedEvents().empty());
+}
+
+TEST_F(SimulatorConsoleTest, TextThatDoesNotFitItsFieldIsRefusedWithTheReason)
+{
+    const CtlResult result = ctl("language de-DE");
+    EXPECT_EQ(result.status, 1);
+    EXPECT_THAT(result.answer, testing::HasSubstr("a language code has at most 4 characters"));
+    EXPECT_THAT(result.answer, testing::HasSubstr("'de-D'"));
+}
+
+// No running tvsim is needed, and each command stands on a line of its own.
+TEST(SimulatorHelp, CtlHelpWorksOfflineOneCommandPerLine)
+{
+    const std::string dir = usePrivateRuntimeDir("zor-sim-help");
+    const CtlResult result = ctl("help");
+    EXPECT_EQ(result.status, 0) << result.answer;
+    std::vector<std::string> lines;
+    for (size_t start = 0; start <= result.answer.size();) {
+        const size_t end = result.answer.find('\n', start);
+        lines.push_back(result.answer.substr(start, end - start));
+        if (end == std::string::npos)
+            break;
+        start = end + 1;
+    }
+    for (const char* command : {"  activate", "  language <code>", "  ffm-sup <sup> <card> <dev>",
+                                "  pcm <file.wav>", "  say-text <sentence>", "  quit"}) {
+        SCOPED_TRACE(command);
+        EXPECT_EQ(
+            std::count_if(lines.begin(), lines.end(),
+                          [&](const std::string& line) { return line.rfind(command, 0) == 0; }),
+            1);
+    }
+    for (const std::string& line : lines)
+        EXPECT_EQ(line.find('|'), std::string::npos) << line;
 }
 
 } // namespace
