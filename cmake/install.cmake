@@ -67,3 +67,9 @@ install(FILES ${PROJECT_SOURCE_DIR}/README.md ${PROJECT_SOURCE_DIR}/CHANGELOG.md
     DESTINATION ${CMAKE_INSTALL_DOCDIR})
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/examples/assistant
     DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
+
+# The HTML API reference, when it has been built (`make docs` builds it into
+# build-docs/html; ZOR_API_REFERENCE_DIR points elsewhere).
+set(ZOR_API_REFERENCE_DIR ${PROJECT_SOURCE_DIR}/build-docs/html CACHE PATH
+    "Built HTML API reference that cmake --install copies, when present")
+install(DIRECTORY ${ZOR_API_REFERENCE_DIR}/ DESTINATION ${CMAKE_INSTALL_DOCDIR}/html OPTIONAL)

@@ -43,7 +43,8 @@ printf '\n== Feeding it into hw:0,6 and recording %s s with zorctl record\n' "$r
 # Silence after the sentence keeps the FIFO open until the capture stops.
 "$zorfeed" --mkfifo --tail -1 "$work/speech.wav" "$ZOR_ALSA_DIR/pcm0,6.in" &
 feed_pid=$!
-"$zorctl" record -d "$record_seconds" "$work/recorded.wav" > "$work/record.log"
+# -v: the library's own lines too (on stderr), for the name of its raw dump.
+"$zorctl" -v record -d "$record_seconds" "$work/recorded.wav" > "$work/record.log" 2>&1
 kill -TERM "$feed_pid" 2>/dev/null || true
 wait "$feed_pid" 2>/dev/null || true
 feed_pid=""

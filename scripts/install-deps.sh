@@ -15,8 +15,8 @@ host_packages=(
 # The API reference (make docs): Doxygen only, no graphs.
 docs_packages=(cmake doxygen)
 # The dashboard's browser test (ctest -L web): Debian's Chromium, Node with
-# npm (the machine's own Node 20 is kept when there is one), and the locked
-# Node modules of tests/web.
+# npm (Debian 12's Node 18 will do; a machine's own newer Node is kept), and
+# the locked Node modules of tests/web.
 web_packages=(chromium)
 if ! command -v node > /dev/null || ! command -v npm > /dev/null; then
     web_packages+=(nodejs npm)
@@ -64,8 +64,14 @@ fi
 
 if [ "$what" = web ]; then
     web_tests="$(cd "$(dirname "$0")/.." && pwd)/tests/web"
-    if [ ! -d "$web_tests/node_modules/playwright-core" ]; then
-        (cd "$web_tests" && npm ci --no-audit --no-fund) ||
-            echo "npm ci failed: the browser test will be skipped"
+    locked=$(sed -n 's/^ *"version": "\(.*\)",$/\1/p' "$web_tests/package-lock.json" | head -n 1)
+    installed=$(sed -n 's/^ *"version": "\(.*\)",$/\1/p' \
+        "$web_tests/node_modules/playwright-core/package.json" 2> /dev/null | head -n 1)
+    if [ "$installed" != "$locked" ]; then
+        echo "Installing the Node modules of tests/web (playwright-core $locked)"
+        if ! (cd "$web_tests" && npm ci --no-audit --no-fund); then
+            echo "npm ci failed in tests/web: the browser test can't run" >&2
+            exit 1
+        fi
     fi
 fi

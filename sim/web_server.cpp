@@ -363,6 +363,7 @@ void WebServer::Impl::routes()
     m_server.Get("/", asset);
     m_server.Get("/app.js", asset);
     m_server.Get("/style.css", asset);
+    m_server.Get("/favicon.svg", asset);
     m_server.Get("/api/state",
                  [this](const httplib::Request&, httplib::Response& res) { serveState(res); });
     m_server.Get("/api/events",

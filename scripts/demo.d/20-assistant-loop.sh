@@ -53,9 +53,8 @@ ctl query-iot-cert
 kill -TERM "$listen_pid" 2> /dev/null || true
 wait "$listen_pid" 2> /dev/null || true
 
-echo "-- what the application saw (zorctl listen; PCM lines summarised)"
-grep '^event:' "$loop_log" | grep -v '^event: pcm ' || true
-printf 'event: pcm ... %s PCM callbacks in all\n' "$(grep -c '^event: pcm ' "$loop_log" || true)"
+echo "-- what the application saw (zorctl listen; its PCM summarised per stream)"
+grep '^event:' "$loop_log" || true
 if [ -s "$loop_wav" ]; then
     printf -- '-- saved utterance: %s\n' "$(soxi -d "$loop_wav" 2> /dev/null || stat -c %s "$loop_wav") of 16 kHz mono in $(basename "$loop_wav")"
 fi

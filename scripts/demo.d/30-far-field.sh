@@ -27,8 +27,7 @@ sleep 5
 
 wait "$ffm_pid" 2> /dev/null || true
 echo "-- what the application saw"
-grep '^event:' "$ffm_log" | grep -v '^event: pcm ' || true
-printf 'event: pcm ... %s PCM callbacks in all\n' "$(grep -c '^event: pcm ' "$ffm_log" || true)"
+grep '^event:' "$ffm_log" || true
 if [ -s "$ffm_wav" ]; then
     printf -- '-- saved utterance: %s of 16 kHz mono in %s\n' \
         "$(soxi -d "$ffm_wav" 2> /dev/null || stat -c %s "$ffm_wav")" "$(basename "$ffm_wav")"

@@ -10,6 +10,19 @@ function text(id, value) {
   $(id).textContent = value;
 }
 
+// Names of the values this television knows; others show as numbers.
+const NAMES = {
+  pictureStyle: ['standard', 'vivid', 'movie', 'bright', 'game'],
+  soundStyle: ['standard', 'music', 'movie', 'speech', 'night'],
+  playerStatus: ['stopped', 'playing', 'paused', 'fast-forward', 'rewind', 'buffering', 'unknown'],
+  activeApp: ['live TV', 'Netflix', 'YouTube', 'Prime Video', 'browser'],
+};
+
+function named(kind, value) {
+  const name = NAMES[kind][value];
+  return name ? name + ' (' + value + ')' : String(value);
+}
+
 function onOff(id, on, onText, offText) {
   const cell = $(id);
   cell.textContent = on ? onText : offText;
@@ -60,9 +73,9 @@ function render(tv) {
   text('screen-volume-text', String(audio.volume));
   onOff('st-mute', audio.mute, 'muted', 'off');
   $('screen-mute').hidden = !audio.mute;
-  text('st-sound', String(audio.soundStyle));
+  text('st-sound', named('soundStyle', audio.soundStyle));
 
-  text('st-picture', String(tv.pictureStyle));
+  text('st-picture', named('pictureStyle', tv.pictureStyle));
   const screen = $('screen');
   for (let i = 1; i <= 4; i++) screen.classList.remove('style-' + i);
   const style = ((tv.pictureStyle % 5) + 5) % 5;
@@ -74,8 +87,8 @@ function render(tv) {
   $('wall').classList.toggle('glow', glow.on);
   $('wall').classList.toggle('follow', glow.on && glow.follow !== 0);
 
-  text('st-player', String(tv.playerStatus));
-  text('st-active-app', String(tv.activeApp));
+  text('st-player', named('playerStatus', tv.playerStatus));
+  text('st-active-app', named('activeApp', tv.activeApp));
   const app = tv.smartTvApp.name;
   text('st-smart-app', app ? app + (tv.smartTvApp.command ? ' — ' + tv.smartTvApp.command : '') : '—');
   $('screen-app').hidden = !app;

@@ -108,12 +108,89 @@ after(async () => {
   rmSync(work, { recursive: true, force: true });
 });
 
+// Problems of the page's layout at the current window width: sideways
+// scrolling, anything reaching outside the window, blocks of the page on top
+// of each other, a row's label over its value, text spilling out of its box.
+function layoutProblems() {
+  const problems = [];
+  const width = document.documentElement.clientWidth;
+  const name = (el) => el.id ? '#' + el.id : el.tagName.toLowerCase() + (el.className ? '.' + String(el.className).split(' ')[0] : '');
+  const visible = (el) => {
+    const r = el.getBoundingClientRect();
+    return r.width > 0 && r.height > 0 && getComputedStyle(el).visibility !== 'hidden';
+  };
+  const overlap = (a, b) => {
+    const p = a.getBoundingClientRect();
+    const q = b.getBoundingClientRect();
+    return Math.min(p.right, q.right) - Math.max(p.left, q.left) > 0.5 &&
+      Math.min(p.bottom, q.bottom) - Math.max(p.top, q.top) > 0.5;
+  };
+  if (document.documentElement.scrollWidth > width) {
+    problems.push(`the page scrolls sideways (${document.documentElement.scrollWidth} > ${width} px)`);
+  }
+  for (const el of document.body.querySelectorAll('*')) {
+    if (!visible(el) || el.closest('#log li')) continue;
+    const r = el.getBoundingClientRect();
+    if (r.left < -0.5 || r.right > width + 0.5) {
+      problems.push(`${name(el)} reaches outside the window (${Math.round(r.left)}..${Math.round(r.right)} of ${width} px)`);
+    }
+    const style = getComputedStyle(el);
+    if (el.clientWidth > 0 && style.overflowX === 'visible' && el.scrollWidth > el.clientWidth + 1 &&
+        !(el instanceof HTMLCanvasElement)) {
+      problems.push(`${name(el)} holds more than it shows (${el.scrollWidth} > ${el.clientWidth} px)`);
+    }
+  }
+  const blocks = [document.querySelector('header'), ...document.querySelectorAll('main > *')]
+    .filter(visible);
+  for (let i = 0; i < blocks.length; i++) {
+    for (let j = i + 1; j < blocks.length; j++) {
+      if (overlap(blocks[i], blocks[j])) problems.push(`${name(blocks[i])} overlaps ${name(blocks[j])}`);
+    }
+  }
+  for (const row of document.querySelectorAll('.state tr')) {
+    const [label, value] = row.children;
+    if (overlap(label, value)) problems.push(`"${label.textContent}" overlaps its value`);
+  }
+  return problems;
+}
+
 test('the page loads and goes live', async () => {
+  const consoleErrors = [];
+  page.on('console', (message) => { if (message.type() === 'error') consoleErrors.push(message.text()); });
+  const failed = [];
+  page.on('response', (response) => { if (response.status() >= 400) failed.push(response.url()); });
   await page.goto(address);
   await page.locator('#link', { hasText: 'live' }).waitFor({ timeout: 5000 });
   assert.equal(await page.title(), 'tvsim — virtual television');
   assert.equal(await page.locator('#screen-name').textContent(), 'BBC One');
   assert.equal(await page.locator('#st-power').textContent(), 'on');
+  // The icon too: nothing the page asks for is missing.
+  await page.waitForLoadState('networkidle').catch(() => {});
+  assert.deepEqual(failed, []);
+  assert.deepEqual(consoleErrors, []);
+});
+
+for (const width of [360, 800, 1400]) {
+  test(`at ${width} px nothing overlaps or overflows`, async () => {
+    await page.setViewportSize({ width, height: 900 });
+    // Two frames: the layout of the new width is done.
+    await page.evaluate(() => new Promise((done) => requestAnimationFrame(() => requestAnimationFrame(done))));
+    await page.screenshot({ path: path.join(artifacts, `dashboard-${width}.png`), fullPage: true });
+    assert.deepEqual(await page.evaluate(layoutProblems), []);
+    await page.setViewportSize({ width: 1400, height: 1000 });
+  });
+}
+
+test('known values show their names beside their numbers', async () => {
+  await run(zorctlPath, ['picture-style', '1'], { env });
+  await page.locator('#st-picture', { hasText: 'vivid (1)' }).waitFor({ timeout: 2000 });
+  await run(zorctlPath, ['sound-style', '3'], { env });
+  await page.locator('#st-sound', { hasText: 'speech (3)' }).waitFor({ timeout: 2000 });
+  assert.equal(await page.locator('#st-player').textContent(), 'stopped (0)');
+  assert.equal(await page.locator('#st-active-app').textContent(), 'live TV (0)');
+  // A value the television has no name for stays a number.
+  await run(zorctlPath, ['picture-style', '42'], { env });
+  await page.locator('#st-picture', { hasText: /^42$/ }).waitFor({ timeout: 2000 });
 });
 
 test('a volume set by zorctl shows within one second', async () => {

@@ -12,7 +12,7 @@ skip() {
 
 command -v node > /dev/null || skip "node is not installed"
 node_major=$(node -p 'process.versions.node.split(".")[0]' 2> /dev/null || echo 0)
-[ "$node_major" -ge 20 ] || skip "playwright-core needs Node 20 or later (found $(node --version 2> /dev/null))"
+[ "$node_major" -ge 18 ] || skip "playwright-core needs Node 18 or later (found $(node --version 2> /dev/null))"
 [ -x "$chromium" ] || skip "$chromium is not installed"
 [ -d "$here/node_modules/playwright-core" ] || skip "tests/web/node_modules is missing (npm ci in tests/web)"
 [ -x "${ZOR_TEST_BIN_DIR:-}/sim/tvsim" ] || skip "tvsim is not built"
