@@ -181,8 +181,9 @@ TEST(SimulatorHelp, CtlHelpWorksOfflineOneCommandPerLine)
                           [&](const std::string& line) { return line.rfind(command, 0) == 0; }),
             1);
     }
+    // Not the old single line with " | " between commands.
     for (const std::string& line : lines)
-        EXPECT_EQ(line.find('|'), std::string::npos) << line;
+        EXPECT_EQ(line.find(" | "), std::string::npos) << line;
 }
 
 } // namespace
