@@ -79,10 +79,9 @@ int OXA_TVC_NewClient(const char* name)
             mup::logLine("OXA_TVC_NewClient: invalid service name '%s'", name ? name : "(null)");
             return -1;
         }
-        if (mup::socketPathFor(name).empty()) {
-            mup::logLine("OXA_TVC_NewClient: no usable socket path for '%s'", name);
+        // socketPathFor() says why it has none.
+        if (mup::socketPathFor(name).empty())
             return -1;
-        }
         auto client = std::make_shared<mup::Client>(name);
         std::shared_ptr<mup::Client> previous;
         ClientSlot& slot = clientSlot();

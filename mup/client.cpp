@@ -10,6 +10,7 @@
 #include <condition_variable>
 #include <cstdlib>
 #include <exception>
+#include <poll.h>
 #include <sys/socket.h>
 #include <sys/time.h>
 #include <unistd.h>
@@ -46,11 +47,29 @@ std::chrono::milliseconds timeoutFromEnvironment()
 } // namespace
 
 // One connected socket. Callers waiting for replies take turns reading it: the
-// first one to wait becomes the reader ("leader") and reads until its own
-// reply has come, storing the replies of the others in their waiting slots
-// and waking them; then it hands the socket to one of the callers still
-// waiting. A lone caller thus reads its own reply straight from the socket,
-// with no extra thread and no extra wake-up.
+// first one to wait takes the reader's role and reads until its own reply has
+// come, storing the replies of the others in their waiting slots and waking
+// them; then it hands the role to a caller still waiting. A lone caller thus
+// reads its own reply straight from the socket, with no extra thread and no
+// extra wake-up.
+//
+// The service reads no further request from a connection while a reply to it
+// is not yet taken, so a reply left unread stalls every caller, senders too.
+// Why none is left unread while its caller waits:
+//  - The role (m_reading) is taken and given back only under m_lock.
+//  - A caller parks (Waiter::parked, set and cleared under m_lock around its
+//    condition wait) only after it saw the role taken.
+//  - Whoever gives the role back, or leaves while not holding it, wakes under
+//    the same hold of m_lock one parked caller still waiting (handOff()). A
+//    parked caller is inside its wait, so that wake-up can't be lost: it takes
+//    the role, or hands off in turn if it leaves instead (answered, timed
+//    out). A caller whose request is still being written is never the one
+//    woken, since it is not parked (waking it was the lost wake-up: it could
+//    be stuck in send() behind a service that waited for a reply to be
+//    taken); it takes the role itself in await() if it finds it free.
+//  - A sender that finds the socket full reads as well while no one holds the
+//    role (awaitRoom()), so that even a reply whose caller gave up can't keep
+//    the service, and so the sender, stalled.
 class Client::Connection
 {
 public:
@@ -66,6 +85,7 @@ public:
         const unsigned int command;
         MUPParam* const out;
         State state = State::Waiting;
+        bool parked = false; // inside wake.wait_until(), for handOff()
         std::condition_variable wake;
     };
 
@@ -100,12 +120,15 @@ public:
     Waiter::State await(Waiter* waiter, Clock::time_point deadline);
 
 private:
+    int awaitRoom(Clock::time_point deadline);
     void lead(Waiter* self, Clock::time_point deadline, std::unique_lock<std::mutex>& lock);
     void readUntilAnswered(Waiter* self, Clock::time_point deadline,
                            std::unique_lock<std::mutex>& lock);
+    void receive(std::unique_lock<std::mutex>& lock, int flags);
+    bool deliverBuffered();
     bool deliver(const FrameDecoder::Frame& frame);
     void breakLocked(const char* reason, const char* detail = "", bool quiet = false);
-    void promoteFollower();
+    void handOff();
     void remove(Waiter* waiter);
     void adjustReceiveTimeout(Clock::duration left);
 
@@ -121,13 +144,14 @@ private:
     // Few callers wait at once: a plain list, searched by sequence number,
     // costs no allocation per call.
     std::vector<Waiter*> m_waiters;
-    bool m_reading = false;
+    bool m_reading = false; // the reader's role is taken
 
-    // Used by the current reader only; the turn is handed over under m_lock.
+    // Used by the holder of the role only.
     FrameDecoder m_decoder;
     Clock::duration m_receiveTimeout = Clock::duration::zero();
 };
 
+// Every frame of this endpoint leaves here.
 int Client::Connection::send(const FrameHeader& header, const unsigned char* payload,
                              Clock::time_point deadline, bool* untouched)
 {
@@ -143,7 +167,8 @@ int Client::Connection::send(const FrameHeader& header, const unsigned char* pay
     const iovec parts[2] = {{head, sizeof(head)},
                             {const_cast<unsigned char*>(payload), header.payloadSize}};
     size_t sent = 0;
-    const int error = sendAll(m_fd.get(), parts, 2, deadline, &sent);
+    const int error = sendAll(
+        m_fd.get(), parts, 2, [this, deadline] { return awaitRoom(deadline); }, &sent);
     if (!error)
         return 0;
 
@@ -160,6 +185,43 @@ int Client::Connection::send(const FrameHeader& header, const unsigned char* pay
     return error;
 }
 
+int Client::Connection::awaitRoom(Clock::time_point deadline)
+{
+    // While another thread holds the reader's role, its own wait may end
+    // with no one taking over: look again after this long.
+    constexpr int kRoleCheckMs = 20;
+
+    const int left = millisecondsUntil(deadline);
+    if (left == 0)
+        return ETIMEDOUT;
+    std::unique_lock<std::mutex> lock(m_lock);
+    if (broken())
+        return EPIPE;
+    const bool reading = !m_reading;
+    if (reading)
+        m_reading = true;
+    lock.unlock();
+
+    pollfd wanted{m_fd.get(), static_cast<short>(reading ? POLLOUT | POLLIN : POLLOUT), 0};
+    const int ready = ::poll(&wanted, 1, reading ? left : std::min(left, kRoleCheckMs));
+    const int error = ready < 0 ? errno : 0;
+
+    lock.lock();
+    if (reading) {
+        if (ready > 0 && (wanted.revents & (POLLIN | POLLHUP | POLLERR))) {
+            try {
+                receive(lock, MSG_DONTWAIT);
+                deliverBuffered();
+            } catch (const std::exception& failure) {
+                breakLocked("", failure.what());
+            }
+        }
+        m_reading = false;
+        handOff();
+    }
+    return error == EINTR ? 0 : error;
+}
+
 Client::Connection::Waiter::State Client::Connection::await(Waiter* waiter,
                                                             Clock::time_point deadline)
 {
@@ -171,14 +233,14 @@ Client::Connection::Waiter::State Client::Connection::await(Waiter* waiter,
             m_reading = false;
             continue;
         }
-        if (waiter->wake.wait_until(lock, deadline) == std::cv_status::timeout &&
-            waiter->state == Waiter::State::Waiting)
+        waiter->parked = true;
+        const std::cv_status woken = waiter->wake.wait_until(lock, deadline);
+        waiter->parked = false;
+        if (woken == std::cv_status::timeout && waiter->state == Waiter::State::Waiting)
             waiter->state = Waiter::State::TimedOut;
     }
     remove(waiter);
-    // Whoever was told to read next may be this very caller, now leaving.
-    if (!m_reading)
-        promoteFollower();
+    handOff();
     return waiter->state;
 }
 
@@ -199,42 +261,55 @@ void Client::Connection::lead(Waiter* self, Clock::time_point deadline,
 void Client::Connection::readUntilAnswered(Waiter* self, Clock::time_point deadline,
                                            std::unique_lock<std::mutex>& lock)
 {
-    while (self->state == Waiter::State::Waiting && !broken()) {
-        // Frames already buffered by an earlier greedy read come first.
-        FrameDecoder::Frame frame;
-        const FrameDecoder::Result result = m_decoder.next(&frame);
-        if (result == FrameDecoder::Result::Frame) {
-            deliver(frame);
-            continue;
-        }
-        if (result == FrameDecoder::Result::Error) {
-            breakLocked("unreadable reply: ", m_decoder.error().c_str());
-            return;
-        }
-
+    // Frames already buffered by an earlier greedy read come first.
+    while (deliverBuffered() && self->state == Waiter::State::Waiting && !broken()) {
         const Clock::time_point now = Clock::now();
         if (now >= deadline) {
             self->state = Waiter::State::TimedOut;
             return;
         }
         adjustReceiveTimeout(deadline - now);
-
-        size_t room = 0;
-        unsigned char* space = m_decoder.prepare(m_decoder.missing(), &room);
-        lock.unlock();
-        const ssize_t received = ::recv(m_fd.get(), space, room, 0);
-        const int error = errno;
-        lock.lock();
-
-        if (received > 0)
-            m_decoder.commit(static_cast<size_t>(received));
-        else if (received == 0)
-            breakLocked("closed by the service");
-        else if (error != EINTR && error != EAGAIN && error != EWOULDBLOCK)
-            breakLocked(errorText(error));
+        receive(lock, 0);
     }
 }
 
+// One recv() into the decoder, with m_lock let go meanwhile; by the holder of
+// the reader's role.
+void Client::Connection::receive(std::unique_lock<std::mutex>& lock, int flags)
+{
+    size_t room = 0;
+    unsigned char* space = m_decoder.prepare(m_decoder.missing(), &room);
+    lock.unlock();
+    const ssize_t received = ::recv(m_fd.get(), space, room, flags);
+    const int error = errno;
+    lock.lock();
+
+    if (received > 0)
+        m_decoder.commit(static_cast<size_t>(received));
+    else if (received == 0)
+        breakLocked("closed by the service");
+    else if (error != EINTR && error != EAGAIN && error != EWOULDBLOCK)
+        breakLocked(errorText(error));
+}
+
+// Hands out every complete frame buffered; false once the stream is unusable.
+bool Client::Connection::deliverBuffered()
+{
+    for (;;) {
+        FrameDecoder::Frame frame;
+        const FrameDecoder::Result result = m_decoder.next(&frame);
+        if (result == FrameDecoder::Result::NeedMore)
+            return true;
+        if (result == FrameDecoder::Result::Error) {
+            breakLocked("unreadable reply: ", m_decoder.error().c_str());
+            return false;
+        }
+        if (!deliver(frame))
+            return false;
+    }
+}
+
+// Every frame this endpoint receives comes through here.
 bool Client::Connection::deliver(const FrameDecoder::Frame& frame)
 {
     if (frame.header.kind != FrameKind::Reply) {
@@ -281,10 +356,13 @@ void Client::Connection::breakLocked(const char* reason, const char* detail, boo
     }
 }
 
-void Client::Connection::promoteFollower()
+// With the role free, wakes one parked caller still waiting to take it.
+void Client::Connection::handOff()
 {
+    if (m_reading)
+        return;
     for (Waiter* waiter : m_waiters) {
-        if (waiter->state == Waiter::State::Waiting) {
+        if (waiter->parked && waiter->state == Waiter::State::Waiting) {
             waiter->wake.notify_one();
             return;
         }
@@ -315,6 +393,29 @@ void Client::Connection::adjustReceiveTimeout(Clock::duration left)
         m_receiveTimeout = left;
 }
 
+// Requests may carry secrets (the assistant's token): they go only to a
+// service of this user or root. Anyone may have bound the socket when the
+// runtime directory is shared; what the kernel recorded when the service
+// started listening tells who did. Root, which serves every user, may talk
+// to any of them.
+bool Client::servedByTrustedPeer(int fd) const
+{
+    ucred peer{};
+    socklen_t length = sizeof(peer);
+    if (::getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &peer, &length) != 0) {
+        logLine("%s: not sending: cannot tell who serves %s: %s", m_serviceName.c_str(),
+                m_socketPath.c_str(), errorText(errno));
+        return false;
+    }
+    const uid_t self = ::geteuid();
+    if (self == 0 || peer.uid == self || peer.uid == 0)
+        return true;
+    logLine("%s: not sending: %s is served by pid %d of uid %u, not by this user or root",
+            m_serviceName.c_str(), m_socketPath.c_str(), static_cast<int>(peer.pid),
+            static_cast<unsigned>(peer.uid));
+    return false;
+}
+
 Client::Client(std::string serviceName)
     : m_serviceName(std::move(serviceName)), m_timeout(timeoutFromEnvironment())
 {
@@ -338,14 +439,11 @@ std::shared_ptr<Client::Connection> Client::connection(Clock::time_point deadlin
     m_connection.reset();
     *reused = false;
 
+    // socketPathFor() says why it has none.
     if (m_socketPath.empty())
         m_socketPath = socketPathFor(m_serviceName);
-    if (m_socketPath.empty()) {
-        if (m_reachable)
-            logLine("%s: no socket path for this service name", m_serviceName.c_str());
-        m_reachable = false;
+    if (m_socketPath.empty())
         return nullptr;
-    }
 
     int error = 0;
     UniqueFd fd = connectStream(m_socketPath, deadline, &error);
@@ -356,6 +454,8 @@ std::shared_ptr<Client::Connection> Client::connection(Clock::time_point deadlin
         m_reachable = false;
         return nullptr;
     }
+    if (!servedByTrustedPeer(fd.get()))
+        return nullptr;
     m_reachable = true;
     m_connection = std::make_shared<Connection>(std::move(fd), m_serviceName);
     return m_connection;

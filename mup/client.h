@@ -41,7 +41,7 @@ public:
 
 private:
     std::shared_ptr<Connection> connection(Clock::time_point deadline, bool* reused);
-    void forget(const std::shared_ptr<Connection>& connection);
+    bool servedByTrustedPeer(int fd) const;
 
     const std::string m_serviceName;
     const std::chrono::milliseconds m_timeout;

@@ -67,7 +67,8 @@ UniqueFd connectStream(const std::string& path, Clock::time_point deadline, int*
     return {};
 }
 
-int sendAll(int fd, const iovec* iov, int count, Clock::time_point deadline, size_t* sent)
+int sendAll(int fd, const iovec* iov, int count, const std::function<int()>& waitForRoom,
+            size_t* sent)
 {
     *sent = 0;
     // A copy that can be advanced past what has gone out.
@@ -88,13 +89,8 @@ int sendAll(int fd, const iovec* iov, int count, Clock::time_point deadline, siz
                 continue;
             if (errno != EAGAIN && errno != EWOULDBLOCK)
                 return errno;
-            pollfd waiting{fd, POLLOUT, 0};
-            const int timeout = millisecondsUntil(deadline);
-            if (timeout == 0)
-                return ETIMEDOUT;
-            const int ready = ::poll(&waiting, 1, timeout);
-            if (ready < 0 && errno != EINTR)
-                return errno;
+            if (const int error = waitForRoom())
+                return error;
             continue;
         }
 

@@ -4,6 +4,7 @@
 
 #include <chrono>
 #include <cstddef>
+#include <functional>
 #include <string>
 #include <sys/types.h>
 #include <sys/uio.h>
@@ -53,11 +54,13 @@ int millisecondsUntil(Clock::time_point deadline);
 // close-on-exec.
 UniqueFd connectStream(const std::string& path, Clock::time_point deadline, int* error);
 
-// Sends all the bytes described by iov, without ever raising SIGPIPE, waiting
-// for room with poll() no later than the deadline. Returns 0, or the errno
-// value (ETIMEDOUT when the deadline passed). *sent tells how many bytes went
-// out, so that the caller knows whether the stream is still aligned on frames.
-int sendAll(int fd, const iovec* iov, int count, Clock::time_point deadline, size_t* sent);
+// Sends all the bytes described by iov, without ever raising SIGPIPE. When
+// the socket has no room, waitForRoom() is called: 0 to try again, else the
+// errno value to give up with (ETIMEDOUT once a deadline passed). Returns 0
+// or that errno value. *sent tells how many bytes went out, so that the
+// caller knows whether the stream is still aligned on frames.
+int sendAll(int fd, const iovec* iov, int count, const std::function<int()>& waitForRoom,
+            size_t* sent);
 
 // Bumped in a child process after fork(): connections made before belong to
 // the parent and must not be used by the child.
