@@ -77,11 +77,9 @@ unsigned char* FrameDecoder::prepare(size_t minimum, size_t* room)
     if (minimum < kMinimumRoom)
         minimum = kMinimumRoom;
     if (m_begin == m_end) {
+        if (minimum <= kKeptRoom)
+            trim();
         m_begin = m_end = 0;
-        if (m_buffer.size() > kKeptRoom && minimum <= kKeptRoom) {
-            m_buffer.resize(kKeptRoom);
-            m_buffer.shrink_to_fit();
-        }
     }
 
     if (m_buffer.size() - m_end < minimum) {
@@ -97,6 +95,17 @@ unsigned char* FrameDecoder::prepare(size_t minimum, size_t* room)
     }
     *room = m_buffer.size() - m_end;
     return m_buffer.data() + m_end;
+}
+
+void FrameDecoder::trim()
+{
+    if (m_begin != m_end)
+        return;
+    m_begin = m_end = 0;
+    if (m_buffer.size() > kKeptRoom) {
+        m_buffer.resize(kKeptRoom);
+        m_buffer.shrink_to_fit();
+    }
 }
 
 void FrameDecoder::commit(size_t count)
@@ -165,6 +174,13 @@ size_t FrameDecoder::missing() const
         return 0;
     const size_t total = kFrameHeaderSize + size;
     return have < total ? total - have : 0;
+}
+
+size_t FrameDecoder::frameSize() const
+{
+    if (failed() || buffered() < kFrameHeaderSize)
+        return 0;
+    return kFrameHeaderSize + get32(m_buffer.data() + m_begin + 16);
 }
 
 } // namespace mup

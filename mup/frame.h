@@ -78,6 +78,11 @@ public:
 
     // Bytes still needed to complete the header or frame in progress.
     size_t missing() const;
+    // Header and payload of the frame in progress once its header is in, else 0.
+    size_t frameSize() const;
+    // Gives back a buffer grown for a large frame once nothing is buffered,
+    // so that an idle connection does not keep a megabyte.
+    void trim();
     // Bytes received and not yet taken as frames.
     size_t buffered() const { return m_end - m_begin; }
     bool failed() const { return !m_error.empty(); }

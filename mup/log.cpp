@@ -41,6 +41,36 @@ void logLine(const char* format, ...)
     errno = saved;
 }
 
+void ThrottledLog::line(const char* service, const char* format, ...)
+{
+    constexpr std::chrono::seconds kInterval{1};
+    const Clock::time_point now = Clock::now();
+    if (now < m_next) {
+        ++m_held;
+        return;
+    }
+    char text[400];
+    va_list args;
+    va_start(args, format);
+    vsnprintf(text, sizeof(text), format, args);
+    va_end(args);
+    if (m_held)
+        logLine("%s: %s (and %u more %s in the last second)", service, text, m_held, m_what);
+    else
+        logLine("%s: %s", service, text);
+    m_held = 0;
+    m_next = now + kInterval;
+}
+
+void ThrottledLog::flush(const char* service)
+{
+    if (!m_held || Clock::now() < m_next)
+        return;
+    logLine("%s: %u more %s in the last second", service, m_held, m_what);
+    m_held = 0;
+    m_next = Clock::now() + std::chrono::seconds(1);
+}
+
 const char* errorText(int error)
 {
     const char* text = strerrordesc_np(error);

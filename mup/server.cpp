@@ -29,9 +29,22 @@ namespace
 // A reply that the client does not take within this time costs it its
 // connection, rather than holding its buffer (and the client) forever.
 constexpr std::chrono::milliseconds kReplyWriteLimit{1000};
-// Beyond this many connections new ones are closed at once: each may hold a
-// frame buffer of up to kMaxPayload.
+// A frame begun must be finished within this time (counted while the server
+// reads it), so that no one holds a connection, or memory, with a frame that
+// never ends.
+constexpr std::chrono::milliseconds kFrameTimeLimit{2000};
+// At most this many connections. Client endpoints live as long as their
+// process, so an idle connection is closed only to make room for a new one.
 constexpr size_t kMaxPeers = 128;
+// What a connection may hold of a frame in progress without a share of the
+// budget below: enough for the frames of every ordinary command.
+constexpr size_t kPeerAllowance = 16 * 1024;
+// The bytes held for larger frames in progress, across all connections. A
+// frame that does not fit waits, its sender unread, until shares come back.
+constexpr size_t kFrameBudget = 8 * 1024 * 1024;
+// Connections accepted per turn of the loop, so that a flood of them does
+// not keep the server from the connections it has.
+constexpr int kAcceptBatch = 32;
 // When descriptors run out, accepting is paused rather than spun on.
 constexpr std::chrono::milliseconds kAcceptPause{100};
 constexpr std::chrono::milliseconds kDirectoryLockLimit{2000};
@@ -132,7 +145,10 @@ bool clearStaleSocket(const std::string& serviceName, const std::string& path)
 } // namespace
 
 struct Server::Peer {
-    Peer(UniqueFd fd_, pid_t pid_) : fd(std::move(fd_)), pid(pid_) {}
+    Peer(UniqueFd fd_, pid_t pid_, Clock::time_point now)
+        : fd(std::move(fd_)), pid(pid_), lastActive(now)
+    {
+    }
 
     UniqueFd fd;
     const pid_t pid;
@@ -143,7 +159,17 @@ struct Server::Peer {
     Clock::time_point outputDeadline{};
     bool closing = false;
 
+    size_t share = 0;         // of the frame budget, for the frame in progress
+    uint64_t shareTicket = 0; // non-zero: waiting for a share, in this order
+    bool frameClock = false;  // a frame in progress is being read
+    Clock::time_point frameDeadline{};
+    Clock::time_point lastActive; // accepted, or last frame taken
+
     bool writing() const { return outputSent < output.size(); }
+    bool waitingForShare() const { return shareTicket != 0; }
+    bool reading() const { return !closing && !writing() && !waitingForShare(); }
+    // No frame in progress, no reply pending: may be closed to make room.
+    bool idle() const { return !closing && !writing() && decoder.buffered() == 0; }
 };
 
 std::unique_ptr<Server> Server::start(const std::string& serviceName,
@@ -154,11 +180,10 @@ std::unique_ptr<Server> Server::start(const std::string& serviceName,
             logLine("invalid service name '%s'", serviceName.c_str());
             return nullptr;
         }
+        // socketPathFor() says why it has none.
         std::string path = socketPathFor(serviceName);
-        if (path.empty()) {
-            logLine("%s: no usable socket path for this service", serviceName.c_str());
+        if (path.empty())
             return nullptr;
-        }
 
         UniqueFd listener;
         struct stat info = {};
@@ -175,15 +200,19 @@ std::unique_ptr<Server> Server::start(const std::string& serviceName,
             sockaddr_un address{};
             address.sun_family = AF_UNIX;
             memcpy(address.sun_path, path.c_str(), path.size() + 1);
-            if (::bind(listener.get(), reinterpret_cast<const sockaddr*>(&address),
+            // Root serves every user (see acceptPeers()); anyone else only
+            // itself and root. The mode is set before bind() too, so that the
+            // file never has a wider one, and again after it, whatever the
+            // umask took away.
+            const mode_t mode = ::geteuid() == 0 ? 0666 : 0600;
+            if (::fchmod(listener.get(), mode) != 0 ||
+                ::bind(listener.get(), reinterpret_cast<const sockaddr*>(&address),
                        sizeof(address)) != 0) {
                 logLine("%s: cannot bind %s: %s", serviceName.c_str(), path.c_str(),
                         errorText(errno));
                 return nullptr;
             }
-            // The directory is private already; the socket is made so too,
-            // whatever the umask.
-            if (::chmod(path.c_str(), 0600) != 0 || ::listen(listener.get(), SOMAXCONN) != 0 ||
+            if (::chmod(path.c_str(), mode) != 0 || ::listen(listener.get(), SOMAXCONN) != 0 ||
                 ::lstat(path.c_str(), &info) != 0) {
                 logLine("%s: cannot listen on %s: %s", serviceName.c_str(), path.c_str(),
                         errorText(errno));
@@ -293,25 +322,32 @@ void Server::run()
 void Server::serveOnce(std::vector<pollfd>& polled)
 {
     sweep();
+    grantShares();
     const Clock::time_point now = Clock::now();
-    int timeout = -1;
+    Clock::time_point wakeUp = std::min(m_refusals.due(), m_drops.due());
     polled.clear();
     polled.push_back({m_wake.get(), POLLIN, 0});
     // A negative descriptor is skipped by poll(): accepting paused.
     polled.push_back({now < m_acceptPausedUntil ? -1 : m_listener.get(), POLLIN, 0});
     if (now < m_acceptPausedUntil)
-        timeout = millisecondsUntil(m_acceptPausedUntil);
-    // A peer with a reply still to write is not read from until the
-    // reply is out: its requests wait in the socket.
+        wakeUp = std::min(wakeUp, m_acceptPausedUntil);
+    // A peer with a reply still to write is not read from until the reply is
+    // out, nor one whose frame waits for a share of the budget: their
+    // requests wait in the socket.
     for (const auto& peer : m_peers) {
-        polled.push_back(
-            {peer->fd.get(), static_cast<short>(peer->writing() ? POLLOUT : POLLIN), 0});
+        short events = 0;
         if (peer->writing()) {
-            const int left = millisecondsUntil(peer->outputDeadline);
-            timeout = timeout < 0 ? left : std::min(timeout, left);
+            events = POLLOUT;
+            wakeUp = std::min(wakeUp, peer->outputDeadline);
+        } else if (peer->reading()) {
+            events = POLLIN;
+            if (peer->frameClock)
+                wakeUp = std::min(wakeUp, peer->frameDeadline);
         }
+        polled.push_back({events ? peer->fd.get() : -1, events, 0});
     }
 
+    const int timeout = wakeUp == Clock::time_point::max() ? -1 : millisecondsUntil(wakeUp);
     const int ready = ::poll(polled.data(), polled.size(), timeout);
     if (ready < 0) {
         if (errno != EINTR) {
@@ -325,11 +361,9 @@ void Server::serveOnce(std::vector<pollfd>& polled)
         uint64_t count = 0;
         static_cast<void>(::read(m_wake.get(), &count, sizeof(count)));
     }
-    // Peers accepted below are appended after those polled.
+    // The peers first, so that those that hung up are known before anyone
+    // new is let in.
     const size_t polledPeers = polled.size() - 2;
-    if (polled[1].revents)
-        acceptPeers();
-
     for (size_t i = 0; i < polledPeers && !m_stopping.load(std::memory_order_acquire); ++i) {
         Peer& peer = *m_peers[i];
         const short events = polled[i + 2].revents;
@@ -342,22 +376,29 @@ void Server::serveOnce(std::vector<pollfd>& polled)
             } else if (events) {
                 readFrom(peer);
             }
+            if (peer.frameClock && !peer.closing && Clock::now() >= peer.frameDeadline)
+                drop(peer, "did not finish its frame in time");
         } catch (const std::exception& error) {
             // Out of memory for this peer's frames: it goes, the others stay.
             drop(peer, error.what());
         }
     }
+    if (polled[1].revents && !m_stopping.load(std::memory_order_acquire))
+        acceptPeers();
+
+    m_refusals.flush(m_serviceName.c_str());
+    m_drops.flush(m_serviceName.c_str());
 }
 
 void Server::acceptPeers()
 {
-    for (;;) {
+    for (int accepted = 0; accepted < kAcceptBatch; ++accepted) {
         UniqueFd fd(::accept4(m_listener.get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
         if (!fd.isValid()) {
             if (errno == EINTR || errno == ECONNABORTED)
                 continue;
             if (errno != EAGAIN && errno != EWOULDBLOCK) {
-                logLine("%s: accept: %s", m_serviceName.c_str(), errorText(errno));
+                m_refusals.line(m_serviceName.c_str(), "accept: %s", errorText(errno));
                 m_acceptPausedUntil = Clock::now() + kAcceptPause;
             }
             return;
@@ -366,32 +407,77 @@ void Server::acceptPeers()
         ucred credentials{};
         socklen_t length = sizeof(credentials);
         if (::getsockopt(fd.get(), SOL_SOCKET, SO_PEERCRED, &credentials, &length) != 0) {
-            logLine("%s: refusing a connection whose credentials can't be read: %s",
-                    m_serviceName.c_str(), errorText(errno));
+            m_refusals.line(m_serviceName.c_str(),
+                            "refusing a connection whose credentials can't be read: %s",
+                            errorText(errno));
             continue;
         }
-        if (credentials.uid != ::geteuid() && credentials.uid != 0) {
-            logLine("%s: refusing a connection from pid %d of uid %u", m_serviceName.c_str(),
-                    static_cast<int>(credentials.pid), static_cast<unsigned>(credentials.uid));
+        // Root serves every user: it is the middleware that the applications
+        // call. Anyone else serves only itself and root.
+        const uid_t self = ::geteuid();
+        if (self != 0 && credentials.uid != self && credentials.uid != 0) {
+            m_refusals.line(m_serviceName.c_str(), "refusing a connection from pid %d of uid %u",
+                            static_cast<int>(credentials.pid),
+                            static_cast<unsigned>(credentials.uid));
             continue;
         }
-        if (m_peers.size() >= kMaxPeers) {
-            logLine("%s: refusing a connection from pid %d: %zu connections already",
-                    m_serviceName.c_str(), static_cast<int>(credentials.pid), m_peers.size());
+        if (m_peers.size() >= kMaxPeers && !makeRoom()) {
+            m_refusals.line(m_serviceName.c_str(),
+                            "refusing a connection from pid %d: %zu connections, none idle",
+                            static_cast<int>(credentials.pid), m_peers.size());
             continue;
         }
 
-        auto peer = std::make_unique<Peer>(std::move(fd), credentials.pid);
+        auto peer = std::make_unique<Peer>(std::move(fd), credentials.pid, Clock::now());
         std::lock_guard<std::mutex> guard(m_fdLock);
         m_peers.push_back(std::move(peer));
     }
 }
 
+bool Server::makeRoom()
+{
+    // Peers that hung up since the last poll go first: what they sent
+    // before is read (and served) on the way.
+    std::vector<pollfd> polled;
+    for (const auto& peer : m_peers)
+        polled.push_back({peer->reading() ? peer->fd.get() : -1, POLLIN, 0});
+    if (::poll(polled.data(), polled.size(), 0) > 0) {
+        for (size_t i = 0; i < polled.size(); ++i) {
+            if (!polled[i].revents)
+                continue;
+            try {
+                readFrom(*m_peers[i]);
+            } catch (const std::exception& error) {
+                drop(*m_peers[i], error.what());
+            }
+        }
+    }
+    sweep();
+    if (m_peers.size() < kMaxPeers)
+        return true;
+
+    // Then the one idle the longest.
+    Peer* oldest = nullptr;
+    for (const auto& peer : m_peers) {
+        if (peer->idle() && (!oldest || peer->lastActive < oldest->lastActive))
+            oldest = peer.get();
+    }
+    if (!oldest)
+        return false;
+    drop(*oldest, "idle the longest, closed to make room for a new connection");
+    sweep();
+    return true;
+}
+
+// A frame larger than the allowance is read only with a share of the budget
+// for the whole of it. What is read without one stays within the allowance.
 void Server::readFrom(Peer& peer)
 {
+    const size_t wanted =
+        peer.share ? peer.decoder.missing() : kPeerAllowance - peer.decoder.buffered();
     size_t room = 0;
-    unsigned char* space = peer.decoder.prepare(peer.decoder.missing(), &room);
-    const ssize_t received = ::recv(peer.fd.get(), space, room, MSG_DONTWAIT);
+    unsigned char* space = peer.decoder.prepare(wanted, &room);
+    const ssize_t received = ::recv(peer.fd.get(), space, std::min(room, wanted), MSG_DONTWAIT);
     if (received > 0) {
         peer.decoder.commit(static_cast<size_t>(received));
         processFrames(peer);
@@ -402,13 +488,17 @@ void Server::readFrom(Peer& peer)
     }
 }
 
+// Every frame the server receives is taken here.
 void Server::processFrames(Peer& peer)
 {
     while (!peer.closing && !peer.writing() && !m_stopping.load(std::memory_order_acquire)) {
         FrameDecoder::Frame frame;
         const FrameDecoder::Result result = peer.decoder.next(&frame);
-        if (result == FrameDecoder::Result::NeedMore)
-            return;
+        if (result == FrameDecoder::Result::NeedMore) {
+            if (peer.decoder.frameSize() > kPeerAllowance && !peer.share)
+                claimShare(peer);
+            break;
+        }
         if (result == FrameDecoder::Result::Error) {
             drop(peer, peer.decoder.error().c_str());
             return;
@@ -419,9 +509,52 @@ void Server::processFrames(Peer& peer)
         }
         // The payload lives in the decoder until its next call: copied now.
         m_in.assign(frame.payload, frame.header.payloadSize);
+        returnShare(peer);
+        peer.frameClock = false;
+        peer.lastActive = Clock::now();
         serve(peer, static_cast<unsigned int>(frame.header.kind), frame.header.sequence,
               frame.header.command);
     }
+    peer.decoder.trim();
+    // The clock of a frame runs while it is being read.
+    const bool inProgress = peer.reading() && peer.decoder.buffered() > 0;
+    if (inProgress && !peer.frameClock)
+        peer.frameDeadline = Clock::now() + kFrameTimeLimit;
+    peer.frameClock = inProgress;
+}
+
+// Shares go out in the order they were asked for, so that a large frame is
+// not passed over forever by smaller ones.
+void Server::claimShare(Peer& peer)
+{
+    peer.shareTicket = ++m_lastShareTicket;
+    grantShares();
+}
+
+void Server::grantShares()
+{
+    for (;;) {
+        Peer* first = nullptr;
+        for (const auto& peer : m_peers) {
+            if (peer->waitingForShare() && !peer->closing &&
+                (!first || peer->shareTicket < first->shareTicket))
+                first = peer.get();
+        }
+        if (!first || m_budgetUsed + first->decoder.frameSize() > kFrameBudget)
+            return;
+        first->share = first->decoder.frameSize();
+        first->shareTicket = 0;
+        m_budgetUsed += first->share;
+        // Its clock starts now, not while it waited.
+        first->frameClock = false;
+    }
+}
+
+void Server::returnShare(Peer& peer)
+{
+    m_budgetUsed -= peer.share;
+    peer.share = 0;
+    peer.shareTicket = 0;
 }
 
 void Server::serve(Peer& peer, unsigned int kind, uint32_t sequence, unsigned int command)
@@ -501,6 +634,7 @@ void Server::flush(Peer& peer)
     if (peer.writing())
         return;
     peer.output.clear();
+    peer.output.shrink_to_fit();
     peer.outputSent = 0;
     // Requests that came in meanwhile are already buffered; poll() would not
     // report them again.
@@ -509,8 +643,10 @@ void Server::flush(Peer& peer)
 
 void Server::drop(Peer& peer, const char* reason)
 {
-    logLine("%s: dropping the connection of pid %d: %s", m_serviceName.c_str(),
-            static_cast<int>(peer.pid), reason);
+    if (peer.closing)
+        return;
+    m_drops.line(m_serviceName.c_str(), "dropping the connection of pid %d: %s",
+                 static_cast<int>(peer.pid), reason);
     peer.closing = true;
 }
 
@@ -519,6 +655,10 @@ void Server::sweep()
     const auto closing = [](const std::unique_ptr<Peer>& peer) { return peer->closing; };
     if (std::none_of(m_peers.begin(), m_peers.end(), closing))
         return;
+    for (const auto& peer : m_peers) {
+        if (peer->closing)
+            returnShare(*peer);
+    }
     std::lock_guard<std::mutex> guard(m_fdLock);
     m_peers.erase(std::remove_if(m_peers.begin(), m_peers.end(), closing), m_peers.end());
 }

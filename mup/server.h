@@ -4,6 +4,7 @@
 #ifndef MUP_SERVER_H
 #define MUP_SERVER_H
 
+#include "mup/log.h"
 #include "mup/mup.h"
 #include "mup/socket.h"
 
@@ -64,8 +65,12 @@ private:
     void run();
     void serveOnce(std::vector<pollfd>& polled);
     void acceptPeers();
+    bool makeRoom();
     void readFrom(Peer& peer);
     void processFrames(Peer& peer);
+    void claimShare(Peer& peer);
+    void grantShares();
+    void returnShare(Peer& peer);
     void serve(Peer& peer, unsigned int kind, uint32_t sequence, unsigned int command);
     void reply(Peer& peer, uint32_t sequence, unsigned int command);
     void flush(Peer& peer);
@@ -94,6 +99,11 @@ private:
     UniqueFd m_listener;
     std::vector<std::unique_ptr<Peer>> m_peers;
     Clock::time_point m_acceptPausedUntil{};
+    size_t m_budgetUsed = 0; // shares of the frame budget given out
+    uint64_t m_lastShareTicket = 0;
+    // Refusals and drops are logged at most once a second each.
+    ThrottledLog m_refusals{"refusals"};
+    ThrottledLog m_drops{"drops"};
 
     // Reused from one command to the next.
     MUPParam m_in;
