@@ -3,6 +3,7 @@
 #include "mup/log.h"
 
 #include <cerrno>
+#include <climits>
 #include <cstdlib>
 #include <string>
 #include <sys/socket.h>
@@ -58,11 +59,49 @@ bool claimSharedDirectory(const std::string& path)
     return access(path.c_str(), W_OK | X_OK) == 0;
 }
 
+// Why a directory that holds or leads to the sockets can't be trusted, or ""
+// when it can. Whoever may rename or replace an entry in it could put a
+// socket of their own where a service's socket is expected; the sticky bit
+// (as on /tmp) leaves each entry to its owner.
+std::string distrust(const struct stat& info)
+{
+    if (!S_ISDIR(info.st_mode))
+        return "not a directory";
+    if (info.st_uid != geteuid() && info.st_uid != 0)
+        return "owned by uid " + std::to_string(info.st_uid) + ", not by this user or root";
+    if ((info.st_mode & (S_IWGRP | S_IWOTH)) && !(info.st_mode & S_ISVTX))
+        return "writable by others without the sticky bit";
+    return {};
+}
+
+// The directory and every directory above it (links resolved) must be
+// trusted; otherwise the reason names the one that is not.
+std::string distrustPath(const std::string& path)
+{
+    char real[PATH_MAX];
+    if (!realpath(path.c_str(), real))
+        return errorText(errno);
+    std::string at = real;
+    for (;;) {
+        const std::string shown = at.empty() ? "/" : at;
+        struct stat info = {};
+        if (stat(shown.c_str(), &info) != 0)
+            return shown + ": " + errorText(errno);
+        std::string reason = distrust(info);
+        if (!reason.empty())
+            return shown + ": " + reason;
+        if (at.empty())
+            return {};
+        at.erase(at.find_last_of('/'));
+    }
+}
+
 } // namespace
 
 RuntimeDirectoryChoices runtimeDirectoryChoices()
 {
     RuntimeDirectoryChoices choices;
+    // Empty is unset, as for XDG_RUNTIME_DIR and ZOR_MUP_TIMEOUT_MS.
     if (const char* value = getenv("ZOR_RUNTIME_DIR"))
         choices.override = value;
     choices.system = "/run/zor";
@@ -76,14 +115,21 @@ RuntimeDirectoryChoices runtimeDirectoryChoices()
 std::string resolveRuntimeDirectory(const RuntimeDirectoryChoices& choices)
 {
     if (!choices.override.empty()) {
-        if (makeDirectories(choices.override))
+        std::string reason;
+        if (choices.override[0] != '/')
+            reason = "not an absolute path";
+        else if (!makeDirectories(choices.override))
+            reason = errorText(errno);
+        else
+            reason = distrustPath(choices.override);
+        if (reason.empty())
             return choices.override;
-        logLine("cannot use ZOR_RUNTIME_DIR '%s': %s", choices.override.c_str(), errorText(errno));
+        logLine("cannot use ZOR_RUNTIME_DIR '%s': %s", choices.override.c_str(), reason.c_str());
         return {};
     }
 
     for (const std::string* candidate : {&choices.system, &choices.user, &choices.fallback}) {
-        if (claimSharedDirectory(*candidate))
+        if (claimSharedDirectory(*candidate) && distrustPath(*candidate).empty())
             return *candidate;
     }
     logLine("no usable runtime directory (tried %s, %s, %s)", choices.system.c_str(),
@@ -112,8 +158,10 @@ std::string socketPathFor(const std::string& name)
         return {};
     std::string path = directory + "/" + name + ".sock";
     // The address needs room for the terminating NUL.
-    if (path.size() >= sizeof(sockaddr_un::sun_path))
+    if (path.size() >= sizeof(sockaddr_un::sun_path)) {
+        logLine("%s: the socket path %s is too long", name.c_str(), path.c_str());
         return {};
+    }
     return path;
 }
 
