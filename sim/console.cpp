@@ -11,6 +11,7 @@
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
 
@@ -182,9 +183,11 @@ std::unique_ptr<Console> Console::start(const ConsoleOptions& options, CommandHo
     }
     console->m_listener = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
     unlink(console->m_socketPath.c_str()); // left over by a tvsim that was killed
-    if (console->m_listener < 0 ||
+    // Commands from this user only (and root), whatever the umask: the mode
+    // is set before bind() so that the file never has a wider one.
+    if (console->m_listener < 0 || fchmod(console->m_listener, 0600) != 0 ||
         bind(console->m_listener, reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0 ||
-        listen(console->m_listener, 8) != 0) {
+        chmod(console->m_socketPath.c_str(), 0600) != 0 || listen(console->m_listener, 8) != 0) {
         fprintf(stderr, "tvsim: cannot serve %s: %s\n", console->m_socketPath.c_str(),
                 strerror(errno));
         return nullptr;
