@@ -107,6 +107,14 @@ TEST_F(SimulatorConsoleTest, CommandsReachTheApplicationsCallbacks)
     }
 }
 
+TEST_F(SimulatorConsoleTest, ControlSocketIsForItsOwnUserOnly)
+{
+    struct stat info = {};
+    ASSERT_EQ(stat((s_dir + "/tvsim.control").c_str(), &info), 0);
+    EXPECT_TRUE(S_ISSOCK(info.st_mode));
+    EXPECT_EQ(info.st_mode & 07777, 0600u) << std::oct << (info.st_mode & 07777);
+}
+
 TEST_F(SimulatorConsoleTest, QueryAnswersWithTheApplicationsResult)
 {
     setCertificateAnswer(7);

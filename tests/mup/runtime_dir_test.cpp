@@ -112,6 +112,21 @@ INSTANTIATE_TEST_SUITE_P(
                     DirectoryCase{"OverrideThatExistsKeepsItsMode", false,
                                   [](const std::string& base) { makeDir(base + "/shared", 0755); },
                                   "shared", "sys", "xdg", "tmp", "shared", 0755},
+                    DirectoryCase{"OverrideWithTheStickyBitIsShared", false,
+                                  [](const std::string& base) { makeDir(base + "/shared", 01777); },
+                                  "shared", "sys", "xdg", "tmp", "shared", 01777},
+                    DirectoryCase{"OverrideThatOthersMayWriteToNeedsTheStickyBit", false,
+                                  [](const std::string& base) { makeDir(base + "/open", 0777); },
+                                  "open", "sys", "xdg", "tmp", "", 0},
+                    DirectoryCase{"OverrideUnderADirectoryOthersMayWriteToIsRefused", false,
+                                  [](const std::string& base) { makeDir(base + "/open", 0773); },
+                                  "open/rt", "sys", "xdg", "tmp", "", 0},
+                    DirectoryCase{"OverrideOfAnotherUserIsRefused", true,
+                                  [](const std::string& base) {
+                                      makeDir(base + "/theirs", 01777);
+                                      ASSERT_EQ(chown((base + "/theirs").c_str(), 65534, 65534), 0);
+                                  },
+                                  "theirs", "sys", "xdg", "tmp", "", 0},
                     DirectoryCase{"OverrideThatIsAFileIsNotReplacedByAnotherChoice", false,
                                   [](const std::string& base) { makeFile(base + "/file"); }, "file",
                                   "sys", "xdg", "tmp", "", 0},
@@ -169,6 +184,11 @@ TEST(RuntimeDirectoryChoices, ComeFromTheEnvironment)
         EXPECT_EQ(choices.user, "");
     }
     {
+        // Empty counts as unset, as for XDG_RUNTIME_DIR.
+        ScopedEnv runtime("ZOR_RUNTIME_DIR", "");
+        EXPECT_EQ(mup::runtimeDirectoryChoices().override, "");
+    }
+    {
         // A relative XDG_RUNTIME_DIR is not a place to trust.
         ScopedEnv xdg("XDG_RUNTIME_DIR", "relative/dir");
         EXPECT_EQ(mup::runtimeDirectoryChoices().user, "");
@@ -182,6 +202,17 @@ TEST(RuntimeDirectory, OverrideFromTheEnvironmentWins)
     ScopedEnv runtime("ZOR_RUNTIME_DIR", wanted.c_str());
     EXPECT_EQ(mup::runtimeDirectory(), wanted);
     EXPECT_EQ(modeOf(wanted), 0700u);
+}
+
+TEST(RuntimeDirectory, RelativeOverrideIsRefusedAndNothingElseTried)
+{
+    TempDir base;
+    RuntimeDirectoryChoices choices;
+    choices.override = "relative-zor-rt";
+    choices.system = base.path() + "/sys";
+    EXPECT_EQ(mup::resolveRuntimeDirectory(choices), "");
+    EXPECT_FALSE(exists("relative-zor-rt"));
+    EXPECT_FALSE(exists(choices.system));
 }
 
 struct SocketPathCase {
@@ -230,7 +261,9 @@ TEST(RuntimeDirectory, ModesDoNotDependOnTheUmask)
     struct stat info = {};
     ASSERT_EQ(lstat(socket.c_str(), &info), 0);
     EXPECT_TRUE(S_ISSOCK(info.st_mode));
-    EXPECT_EQ(info.st_mode & 07777, 0600u) << std::oct << (info.st_mode & 07777);
+    // Root serves every user; anyone else only itself and root.
+    const mode_t expected = geteuid() == 0 ? 0666 : 0600;
+    EXPECT_EQ(info.st_mode & 07777, expected) << std::oct << (info.st_mode & 07777);
     EXPECT_EQ(modeOf(dir), 0700u) << std::oct << modeOf(dir);
 
     server.reset();
