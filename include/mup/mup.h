@@ -4,16 +4,45 @@
  * middleware. Processes talk over Unix domain sockets, one socket per service
  * name, in a private runtime directory:
  *
- *   $ZOR_RUNTIME_DIR when set, else /run/zor when it can be created, else
- *   $XDG_RUNTIME_DIR/zor, else `/tmp/zor-<uid>`. The directory is mode 0700 and
- *   each socket 0600. A server serves only peers of its own uid and root
- *   (checked with SO_PEERCRED when a peer connects).
+ *   $ZOR_RUNTIME_DIR when set and not empty (an absolute path, used alone:
+ *   when it can't be made or trusted nothing else is tried), else /run/zor when
+ *   it can be created, else $XDG_RUNTIME_DIR/zor, else `/tmp/zor-<uid>`.
+ *
+ * Who may talk to whom:
+ *  - The runtime directory and every directory above it must belong to this
+ *    user or root, and one that group or others may write to must carry the
+ *    sticky bit (as /tmp does), so that no one else can rename or replace a
+ *    socket in it. Otherwise one line on stderr says why, and nothing is
+ *    served or sent. The directories this layer makes are mode 0700; an
+ *    override that exists keeps its mode.
+ *  - A server serves only peers of its own uid and root (SO_PEERCRED when a
+ *    peer connects); its socket is 0600. A server run by root serves every
+ *    uid and its socket is 0666: the middleware, as root, serves the
+ *    applications, and the directory decides who can reach it.
+ *  - Before the first byte of a request leaves, the client checks who serves
+ *    the socket (SO_PEERCRED): its own uid or root, else a line on stderr and
+ *    -1. A client run by root may reach a server of any uid.
+ *  - The middleware as root and the applications as another user meet in one
+ *    ZOR_RUNTIME_DIR owned by root with the sticky bit (mode 1777, as /tmp).
  *
  * Every message is one frame: a 20-byte little-endian header (magic "ZMUP",
  * version, kind, sequence number, command id, payload length) and at most
  * 1 MiB of payload. A frame with a bad header or a larger payload is refused
  * with a log line on stderr and that connection is dropped; the server goes
  * on serving the others.
+ *
+ * What a server holds against its peers:
+ *  - At most 128 connections. At that cap, peers that hung up are let go
+ *    first, then the peer idle the longest (no frame in progress, no reply
+ *    pending); a new client is refused only when all 128 are busy. A client
+ *    whose idle connection was closed reconnects on its next call.
+ *  - A frame begun must be finished within 2 s of being read, and a reply
+ *    taken within 1 s; otherwise that connection is dropped.
+ *  - Frames over 16 KiB in progress share a budget of 8 MiB across all
+ *    peers; a frame that does not fit waits, its sender unread, until the
+ *    budget has room (the wait does not count against the 2 s).
+ *  - Refusal and drop lines go to stderr at most once a second each, with a
+ *    count of those held back.
  *
  * Thread safety: MUPParam objects are not shared between threads. The client
  * functions may be called from any number of threads at once.
@@ -105,10 +134,11 @@ MUP_EXPORT int OXA_TVC_NewClient(const char* name);
  * Sends command `cmd` with the bytes of `in` over the client endpoint. With a
  * non-null `out`, blocks until the reply arrives and stores it in `out`;
  * returns 0. Returns -1 with `out` left empty when no endpoint is open, the
- * peer can't be reached, goes away, or does not answer within the timeout
- * (5 s; ZOR_MUP_TIMEOUT_MS overrides it). A reply that arrives after its
- * caller gave up is discarded. With a null `out` the command is sent without
- * asking for a reply and the call returns once it is written.
+ * peer can't be reached, is served by another user (not root), goes away, or
+ * does not answer within the timeout (5 s; ZOR_MUP_TIMEOUT_MS overrides it).
+ * Any number of threads may call it at once, with payloads up to 1 MiB each. A reply that arrives
+ * after its caller gave up is discarded. With a null `out` the command is sent without asking for a
+ * reply and the call returns once it is written.
  */
 MUP_EXPORT int OXA_TVC_TransmitCommand(unsigned int cmd, MUPParam& in, MUPParam* out,
                                        unsigned int flags);
