@@ -545,8 +545,10 @@ void Server::grantShares()
         first->share = first->decoder.frameSize();
         first->shareTicket = 0;
         m_budgetUsed += first->share;
-        // Its clock starts now, not while it waited.
-        first->frameClock = false;
+        // Its clock starts now, not while it waited, and runs even if no
+        // byte follows: a share is never held for nothing.
+        first->frameClock = true;
+        first->frameDeadline = Clock::now() + kFrameTimeLimit;
     }
 }
 
