@@ -266,7 +266,7 @@ TEST(LeaderHandOff, ReplyWhoseCallerGaveUpDoesNotStallTheNextSender)
 
 TEST(IdlePeers, AreClosedOnlyAtTheCapTheLongestIdleFirst)
 {
-    TestRuntime runtime;
+    TestRuntime runtime("10000");
     const std::string log = runtime.file("server.log");
     Server server("svc.idle", log);
     ASSERT_TRUE(server.serving());
@@ -300,7 +300,7 @@ TEST(IdlePeers, AreClosedOnlyAtTheCapTheLongestIdleFirst)
 
 TEST(IdlePeers, ConnectCloseFloodDoesNotRefuseRealClients)
 {
-    TestRuntime runtime;
+    TestRuntime runtime("10000");
     const std::string log = runtime.file("server.log");
     Server server("svc.flood", log);
     ASSERT_TRUE(server.serving());
@@ -404,9 +404,10 @@ TEST(FrameLimits, HalfSentLargeFramesHoldNoMoreThanTheBudget)
 
     EXPECT_NE(logged.find("did not finish its frame in time"), std::string::npos) << logged;
     EXPECT_LE(countLines(logged), 10u) << logged;
-    // The sanitizers keep freed memory on purpose: there the figure says
-    // nothing about the server.
-    if (!kSanitized) {
+    // The sanitizers keep freed memory on purpose, and an emulator's figure
+    // is its own: there it says nothing about the server.
+    const char* emulator = getenv("ZOR_TEST_EMULATOR");
+    if (!kSanitized && !(emulator && *emulator)) {
         EXPECT_LE(peak - before, 24L * 1024) << "KiB over the " << before << " KiB before";
     }
     // Once they are gone, large frames go through again.
