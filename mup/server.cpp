@@ -583,6 +583,8 @@ void Server::serve(Peer& peer, unsigned int kind, uint32_t sequence, unsigned in
     reply(peer, sequence, command);
 }
 
+// Every frame the server sends leaves here (flush() only writes the rest of
+// one that the socket did not take at once).
 void Server::reply(Peer& peer, uint32_t sequence, unsigned int command)
 {
     FrameHeader header;
