@@ -1,12 +1,16 @@
-// Human-readable decoding of a command's request bytes, for the simulator's
-// log and dashboard.
+// Human-readable decoding of command payloads from the record layouts: the
+// simulator's one-line log of a request, and the field-by-field decoding of
+// any request or reply that `zorctl decode` prints. The Wireshark dissector
+// is generated from the same tables and follows the same rules.
 #ifndef ZOR_TRANSPORT_RECORD_FORMAT_H
 #define ZOR_TRANSPORT_RECORD_FORMAT_H
 
 #include "transport/command_table.h"
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
+#include <vector>
 
 namespace zor::wire
 {
@@ -22,6 +26,29 @@ std::string describeReply(const CommandRow& row, const unsigned char* fields, si
 // True for a query whose request is its reply record sent as zeros: such a
 // request tells nothing and is not worth showing.
 bool isBlankQuery(const CommandRow& row, const unsigned char* payload, size_t size);
+
+struct DecodedField {
+    std::string name;  // the record's field name; list elements "[i].name"
+    std::string value; // a decimal number, a quoted text or "N bytes: hex..."
+};
+
+struct Decoding {
+    std::string command;      // the command's name, or "unknown command"
+    std::string commandClass; // "4 OXA_TV_CMD_CLASS_AUDIO", or empty when unknown
+    std::vector<DecodedField> fields;
+    // What did not fit the layout: a short payload, bytes beyond it, reply
+    // fields that the library does not read.
+    std::vector<std::string> notes;
+};
+
+// Decodes the payload of a frame carrying `command`: a request (or one-way
+// command) when `reply` is false, else the reply to it. Never reads past
+// `size`; bytes the layout does not explain are reported in the notes.
+Decoding decodePayload(uint32_t command, bool reply, const unsigned char* payload, size_t size);
+
+// A text field as the decoders show it: quoted, escaped, cut after `limit`
+// characters (0: never cut).
+std::string quoteText(const char* field, size_t size, size_t limit);
 
 } // namespace zor::wire
 
