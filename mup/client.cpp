@@ -1,5 +1,6 @@
 #include "mup/client.h"
 
+#include "mup/capture.h"
 #include "mup/frame.h"
 #include "mup/log.h"
 #include "mup/runtime_dir.h"
@@ -169,8 +170,10 @@ int Client::Connection::send(const FrameHeader& header, const unsigned char* pay
     size_t sent = 0;
     const int error = sendAll(
         m_fd.get(), parts, 2, [this, deadline] { return awaitRoom(deadline); }, &sent);
-    if (!error)
+    if (!error) {
+        capture::frame(m_serviceName, capture::Direction::Sent, header, payload);
         return 0;
+    }
 
     *untouched = sent == 0;
     // A frame cut short leaves the stream unusable; a full buffer that never
@@ -312,6 +315,7 @@ bool Client::Connection::deliverBuffered()
 // Every frame this endpoint receives comes through here.
 bool Client::Connection::deliver(const FrameDecoder::Frame& frame)
 {
+    capture::frame(m_serviceName, capture::Direction::Received, frame.header, frame.payload);
     if (frame.header.kind != FrameKind::Reply) {
         breakLocked("the service sent a request where a reply was expected");
         return false;

@@ -1,5 +1,6 @@
 #include "mup/server.h"
 
+#include "mup/capture.h"
 #include "mup/frame.h"
 #include "mup/log.h"
 #include "mup/no_destructor.h"
@@ -503,6 +504,7 @@ void Server::processFrames(Peer& peer)
             drop(peer, peer.decoder.error().c_str());
             return;
         }
+        capture::frame(m_serviceName, capture::Direction::Received, frame.header, frame.payload);
         if (frame.header.kind == FrameKind::Reply) {
             drop(peer, "sent a reply frame to a server");
             return;
@@ -592,6 +594,7 @@ void Server::reply(Peer& peer, uint32_t sequence, unsigned int command)
     header.sequence = sequence;
     header.command = command;
     header.payloadSize = m_out.size();
+    capture::frame(m_serviceName, capture::Direction::Sent, header, m_out.data());
     unsigned char head[kFrameHeaderSize];
     encodeHeader(header, head);
 
