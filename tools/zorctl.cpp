@@ -196,6 +196,7 @@ int main(int argc, char** argv)
     addVoiceControlCommands(app, invocation);
     addListenCommand(app, invocation);
     addRecordCommand(app, invocation);
+    addDecodeCommand(app, invocation);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {

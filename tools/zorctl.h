@@ -90,6 +90,7 @@ void addMiscCommands(CLI::App& app, Invocation& invocation);
 void addVoiceControlCommands(CLI::App& app, Invocation& invocation);
 void addRecordCommand(CLI::App& app, Invocation& invocation);
 void addListenCommand(CLI::App& app, Invocation& invocation);
+void addDecodeCommand(CLI::App& app, Invocation& invocation);
 
 } // namespace zorctl
 
