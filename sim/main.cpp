@@ -2,6 +2,7 @@
 // applications' client services, answers their commands from a small
 // television model and prints one decoded line per command.
 #include "mup/server.h"
+#include "sim/capture_option.h"
 #include "sim/console.h"
 #include "sim/dashboard_feed.h"
 #include "sim/middleware_handler.h"
@@ -50,6 +51,8 @@ int main(int argc, char** argv)
     zor::sim::addXmosOptions(app, consoleOptions);
     zor::sim::WebOptions webOptions;
     zor::sim::addWebOptions(app, webOptions);
+    zor::sim::CaptureOptions captureOptions;
+    zor::sim::addCaptureOption(app, captureOptions);
     CLI11_PARSE(app, argc, argv);
     if (zor::sim::isControlClient(consoleOptions))
         return zor::sim::runControlClient(consoleOptions);
@@ -61,6 +64,13 @@ int main(int argc, char** argv)
     sigaddset(&stopSignals, SIGINT);
     sigaddset(&stopSignals, SIGTERM);
     pthread_sigmask(SIG_BLOCK, &stopSignals, nullptr);
+    // Stopped last, once the servers are gone: the file is then complete.
+    std::string captureError;
+    const auto capture = zor::sim::startCapture(captureOptions, &captureError);
+    if (!captureError.empty()) {
+        fprintf(stderr, "tvsim: --capture: %s\n", captureError.c_str());
+        return 1;
+    }
 
     std::mutex outputLock;
     // Set before the services start; the web dashboard shows every line.
