@@ -11,6 +11,7 @@ host_packages=(
     espeak-ng sox alsa-utils
     clang libclang-rt-14-dev clang-format
     libcpp-httplib-dev
+    tshark
 )
 # The API reference (make docs): Doxygen only, no graphs.
 docs_packages=(cmake doxygen)
