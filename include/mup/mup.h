@@ -46,6 +46,14 @@
  *
  * Thread safety: MUPParam objects are not shared between threads. The client
  * functions may be called from any number of threads at once.
+ *
+ * Capture (builds made with the ZOR_MUP_CAPTURE option only): with
+ * ZOR_MUP_CAPTURE=FILE in the environment when libmup is loaded, every frame
+ * the process sends or receives is written to FILE as pcapng until the process
+ * exits. FILE must not exist (it is created 0600, never through a link);
+ * otherwise a line on stderr says why and the process runs without capture.
+ * Frames go through a bounded buffer to a writer thread, so no call waits for
+ * the disk; frames dropped when the buffer is full are counted in the file.
  */
 #ifndef MUP_MUP_H
 #define MUP_MUP_H
