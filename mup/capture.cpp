@@ -331,8 +331,9 @@ void Capture::record(const std::string& service, Direction direction, const Fram
     const uint64_t stamp = nowMicroseconds();
     const uint32_t length = static_cast<uint32_t>(kFrameHeaderSize) + header.payloadSize;
     const uint32_t kept = length < kSnapLength ? length : kSnapLength;
-    // Block, packet header, padded data, flags, drop count, end of options.
-    const size_t room = 28 + (kept + 3) / 4 * 4 + 8 + 12 + 4 + 4 + 64 + service.size();
+    // The packet block (header, padded data, flags, drop count, end of
+    // options), and an interface block for a service not seen before.
+    const size_t room = 28 + (kept + 3) / 4 * 4 + 8 + 12 + 4 + 128 + 2 * service.size();
     bool wake = false;
     try {
         std::lock_guard<std::mutex> guard(m_lock);

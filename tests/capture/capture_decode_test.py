@@ -10,6 +10,7 @@ fields of the requests must equal what was sent.
 usage: capture_decode_test.py TVSIM APP ZORCTL DISSECTOR
 """
 import os
+import shutil
 import signal
 import stat
 import struct
@@ -276,6 +277,42 @@ def check_zorctl(path, packets):
     check(decoded == names, "zorctl decode and tshark name the frames differently")
 
 
+def check_damaged_files(work, good):
+    """zorctl decode refuses what is not a whole pcapng file with one line."""
+    with open(good, "rb") as source:
+        content = source.read()
+    cases = {
+        "truncated": content[:len(content) - 7],
+        "not pcapng": b"this is not a capture file\n",
+        "bad block length": content[:4] + b"\xff\xff\xff\x7f" + content[8:],
+    }
+    for what, data in cases.items():
+        path = os.path.join(work, what.replace(" ", "_") + ".pcapng")
+        with open(path, "wb") as out:
+            out.write(data)
+        result = subprocess.run([ZORCTL, "decode", path], capture_output=True, text=True,
+                                timeout=60)
+        lines = result.stderr.strip().splitlines()
+        check(result.returncode == 1 and len(lines) == 1 and path in lines[0],
+              "zorctl decode of a %s file: status %d, stderr %r" % (what, result.returncode,
+                                                                   result.stderr))
+
+
+def check_existing_file_refused(work):
+    """ZOR_MUP_CAPTURE never writes into a file that exists."""
+    path = os.path.join(work, "existing.pcapng")
+    with open(path, "w") as out:
+        out.write("keep")
+    result = subprocess.run([ZORCTL, "decode", os.path.join(work, "app.pcapng")],
+                            env=dict(os.environ, ZOR_MUP_CAPTURE=path), capture_output=True,
+                            text=True, timeout=60)
+    check(result.returncode == 0, "zorctl with a taken capture file failed: " + result.stderr)
+    check("ZOR_MUP_CAPTURE" in result.stderr and "exists" in result.stderr,
+          "no line says the capture file exists: %r" % result.stderr)
+    with open(path) as kept:
+        check(kept.read() == "keep", "the existing file was written")
+
+
 def main():
     work = tempfile.mkdtemp(prefix="zor-capture-")
     env = dict(os.environ, ZOR_RUNTIME_DIR=work)
@@ -328,10 +365,13 @@ def main():
     for path, side, sent in ((app_capture, "app", "2"), (tv_capture, "tv", "1")):
         packets = check_capture(path, side, sent)
         check_zorctl(path, packets)
+    check_damaged_files(work, app_capture)
+    check_existing_file_refused(work)
 
     if FAILURES:
-        print("%d checks failed" % len(FAILURES))
+        print("%d checks failed; the captures are in %s" % (len(FAILURES), work))
         return 1
+    shutil.rmtree(work, ignore_errors=True)
     print("capture decoded: every command named, every field as sent")
     return 0
 
