@@ -29,7 +29,12 @@ namespace
 {
 
 // What the call path may have queued at once; past it frames are dropped.
+// The buffer is allocated once at this size, so appending never allocates.
 constexpr size_t kQueueLimit = 4 * 1024 * 1024;
+// The last part of it is kept for interface descriptions, so that a new
+// service is described even when packets fill the buffer (and its drops
+// are counted on it).
+constexpr size_t kInterfaceRoom = 64 * 1024;
 // The writer takes the queue this often, or at once when half of it is used.
 constexpr std::chrono::milliseconds kWriteInterval{20};
 
@@ -167,7 +172,10 @@ private:
         uint64_t droppedReported = 0; // in the last statistics block
     };
 
+    // The id of the service's interface, described in the file first when it
+    // is new; kNoInterface when there is no room left to describe it.
     size_t interfaceFor(const std::string& service);
+    static constexpr size_t kNoInterface = ~size_t{0};
     void appendStatistics(std::vector<unsigned char>& out, bool all);
     void run();
     bool writeOut(const std::vector<unsigned char>& bytes);
@@ -309,19 +317,24 @@ size_t Capture::interfaceFor(const std::string& service)
             return i;
     }
     // A new interface: its description block goes ahead of its first packet.
+    // Without room even for that, the frame is only counted (kNoInterface).
+    const std::string description =
+        "libmup frames of " + service + " in pid " + std::to_string(getpid());
+    const size_t size = 48 + service.size() + description.size();
+    if (m_queue.size() + size > m_queue.capacity())
+        return kNoInterface;
+    m_interfaces.push_back(Interface{service});
     BlockWriter block(m_queue);
     block.begin(kInterfaceBlock);
     block.u16(kLinkTypeUser0);
     block.u16(0);
     block.u32(kSnapLength);
     block.option(kInterfaceName, service);
-    block.option(kInterfaceDescription,
-                 "libmup frames of " + service + " in pid " + std::to_string(getpid()));
+    block.option(kInterfaceDescription, description);
     const unsigned char microseconds = 6;
     block.option(kInterfaceTimeResolution, &microseconds, 1);
     block.endOptions();
     block.end();
-    m_interfaces.push_back(Interface{service});
     return m_interfaces.size() - 1;
 }
 
@@ -331,18 +344,21 @@ void Capture::record(const std::string& service, Direction direction, const Fram
     const uint64_t stamp = nowMicroseconds();
     const uint32_t length = static_cast<uint32_t>(kFrameHeaderSize) + header.payloadSize;
     const uint32_t kept = length < kSnapLength ? length : kSnapLength;
-    // The packet block (header, padded data, flags, drop count, end of
-    // options), and an interface block for a service not seen before.
-    const size_t room = 28 + (kept + 3) / 4 * 4 + 8 + 12 + 4 + 128 + 2 * service.size();
+    // The packet block: header, padded data, flags, drop count, end of options.
+    const size_t room = 28 + (kept + 3) / 4 * 4 + 8 + 12 + 4;
     bool wake = false;
     try {
         std::lock_guard<std::mutex> guard(m_lock);
         if (!m_open)
             return;
         const size_t index = interfaceFor(service);
+        if (index == kNoInterface) {
+            m_dropped.fetch_add(1, std::memory_order_relaxed);
+            return;
+        }
         Interface& interface = m_interfaces[index];
         ++interface.frames;
-        if (m_queue.size() + room > kQueueLimit) {
+        if (m_queue.size() + room > kQueueLimit - kInterfaceRoom) {
             ++interface.dropped;
             ++interface.droppedPending;
             m_dropped.fetch_add(1, std::memory_order_relaxed);

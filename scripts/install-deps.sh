@@ -66,8 +66,9 @@ fi
 if [ "$what" = web ]; then
     web_tests="$(cd "$(dirname "$0")/.." && pwd)/tests/web"
     locked=$(sed -n 's/^ *"version": "\(.*\)",$/\1/p' "$web_tests/package-lock.json" | head -n 1)
+    # Nothing installed yet is no error (pipefail would make it one).
     installed=$(sed -n 's/^ *"version": "\(.*\)",$/\1/p' \
-        "$web_tests/node_modules/playwright-core/package.json" 2> /dev/null | head -n 1)
+        "$web_tests/node_modules/playwright-core/package.json" 2> /dev/null | head -n 1 || true)
     if [ "$installed" != "$locked" ]; then
         echo "Installing the Node modules of tests/web (playwright-core $locked)"
         if ! (cd "$web_tests" && npm ci --no-audit --no-fund); then
