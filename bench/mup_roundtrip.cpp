@@ -236,6 +236,7 @@ Medians runWithCapture(int argc, char** argv, const std::string& capturePath,
         return {};
     const pid_t child = fork();
     if (child == 0) {
+        prctl(PR_SET_PDEATHSIG, SIGKILL); // it ends with this process, however that ends
         dup2(output[1], STDOUT_FILENO);
         close(output[0]);
         close(output[1]);
