@@ -39,6 +39,11 @@ typedef enum {
     EN_ZOR_COMMON_APP_TYPE_AVS = 0,
     EN_ZOR_COMMON_APP_TYPE_GA = 1,
     EN_ZOR_COMMON_APP_TYPE_IOT = 2,
+    /** Callers pass other values too (-1, 3, 4, ...), which the functions
+     * refuse: these two make every int32 value a valid, signed one in C and
+     * C++. */
+    EN_ZOR_COMMON_APP_TYPE_MIN = INT32_MIN,
+    EN_ZOR_COMMON_APP_TYPE_MAX = INT32_MAX,
 } EN_ZOR_COMMON_APP_TYPE_T;
 
 /** Debug level bits: 1 turns error lines on, 8 trace lines. Other bits are kept
@@ -80,6 +85,10 @@ typedef enum {
     EN_AVS_AUDIO_SOURCE_MIDDLEWARE = 1, /**< the middleware's stream */
     EN_AVS_AUDIO_SOURCE_RC_MIC = 2,     /**< remote-control microphone */
     EN_AVS_AUDIO_SOURCE_NONE = 3,       /**< nothing streams */
+    /** Any other int32 value is a valid source that streams nothing (see
+     * ZOR_App_startStreamingMicrophoneData()): the full signed range. */
+    EN_AVS_AUDIO_SOURCE_MIN = INT32_MIN,
+    EN_AVS_AUDIO_SOURCE_MAX = INT32_MAX,
 } _EN_AVS_AUDIO_SOURCE_TYPE;
 
 /** URL-window record, 1036 bytes. */
@@ -274,6 +283,15 @@ typedef struct {
 #include <stddef.h>
 #define ZOR_ASSERT_LAYOUT(cond) _Static_assert(cond, #cond)
 #endif
+
+/* The enumerations that carry values outside their named ones are signed
+ * 32-bit types (as -1 must stay -1). */
+ZOR_ASSERT_LAYOUT(sizeof(EN_ZOR_COMMON_APP_TYPE_T) == 4);
+ZOR_ASSERT_LAYOUT((EN_ZOR_COMMON_APP_TYPE_T)-1 < 0);
+ZOR_ASSERT_LAYOUT(sizeof(_EN_AVS_AUDIO_SOURCE_TYPE) == 4);
+ZOR_ASSERT_LAYOUT((_EN_AVS_AUDIO_SOURCE_TYPE)-1 < 0);
+ZOR_ASSERT_LAYOUT(sizeof(_EN_DBG_PRT_LEVEL) == 4);
+ZOR_ASSERT_LAYOUT((_EN_DBG_PRT_LEVEL)-1 < 0);
 
 ZOR_ASSERT_LAYOUT(sizeof(_ST_FFM_INFO) == 3);
 ZOR_ASSERT_LAYOUT(offsetof(_ST_FFM_INFO, c8CardID) == 1);
