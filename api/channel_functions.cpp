@@ -40,14 +40,6 @@ void copyChannel(_VOICECTRL_CHANNEL_INFO& to, const _VOICECTRL_CHANNEL_INFO& fro
                sizeof(from.c8ChannelName));
 }
 
-int sendWithoutRecord(OXA_TV_CMD_ID id)
-{
-    ZOR_TRACE("<===\n");
-    const int status = forwardCommand(id, nullptr);
-    ZOR_TRACE("===>\n");
-    return status;
-}
-
 } // namespace
 
 int ZOR_App_GetChannelNumber(unsigned long* number)
@@ -121,17 +113,26 @@ int ZOR_App_GetCurrentChannel(_VOICECTRL_CHANNEL_INFO* pt_current_info)
 
 int ZOR_App_TuneToNextChannel(void)
 {
-    return sendWithoutRecord(OXA_TV_CMD_ID_CHANNEL_TuneToNextChannel);
+    ZOR_TRACE("<===\n");
+    const int status = forwardCommand(OXA_TV_CMD_ID_CHANNEL_TuneToNextChannel, nullptr);
+    ZOR_TRACE("===>\n");
+    return status;
 }
 
 int ZOR_App_TuneToPreviousChannel(void)
 {
-    return sendWithoutRecord(OXA_TV_CMD_ID_CHANNEL_TuneToPreviousChannel);
+    ZOR_TRACE("<===\n");
+    const int status = forwardCommand(OXA_TV_CMD_ID_CHANNEL_TuneToPreviousChannel, nullptr);
+    ZOR_TRACE("===>\n");
+    return status;
 }
 
 int ZOR_App_TuneToLastTunedChannel(void)
 {
-    return sendWithoutRecord(OXA_TV_CMD_ID_CHANNEL_TuneToLastTunedChannel);
+    ZOR_TRACE("<===\n");
+    const int status = forwardCommand(OXA_TV_CMD_ID_CHANNEL_TuneToLastTunedChannel, nullptr);
+    ZOR_TRACE("===>\n");
+    return status;
 }
 
 int ZOR_App_ChangeToChannel(_VOICECTRL_CHANNEL_INFO* pt_channel_info)
@@ -173,11 +174,7 @@ int ZOR_App_TuneToChannel(unsigned int u32Channel)
 int ZOR_App_TuneToChannel_2(char* ps_channel)
 {
     ZOR_TRACE("<===\n");
-    if (!ps_channel) {
-        ZOR_ARG_ERROR("ps_channel is NULL\n");
-        return -1;
-    }
-    // The encoder measures the string and sends its length and its bytes.
+    // The encoder refuses a null string, and measures and sends any other.
     const int status = forwardCommand(OXA_TV_CMD_ID_CHANNEL_TuneToChannel_2, ps_channel);
     ZOR_TRACE("===>\n");
     return status;

@@ -25,22 +25,6 @@ constexpr size_t kFvpSecondChars = sizeof(_VOICECTRL_FVP_PROGRAM_REQ::c8Second) 
 constexpr size_t kTokenSentBytes = 2048;
 constexpr int32_t kTokenFieldBytes = sizeof(_VOICECTRL_AVS_TOKEN::c8Token); // 4096
 
-int sendByte(OXA_TV_CMD_ID id, uint8_t value)
-{
-    ZOR_TRACE("<===\n");
-    const int status = forwardCommand(id, &value);
-    ZOR_TRACE("===>\n");
-    return status;
-}
-
-int sendWithoutRecord(OXA_TV_CMD_ID id)
-{
-    ZOR_TRACE("<===\n");
-    const int status = forwardCommand(id, nullptr);
-    ZOR_TRACE("===>\n");
-    return status;
-}
-
 // Both FVP text commands: one 1028-byte text record.
 int sendFvpText(OXA_TV_CMD_ID id, const char* text, const char* function, int line,
                 const char* name)
@@ -74,17 +58,28 @@ bool putTevoraText(_VOICECTRL_STR_INFO& record, const char* text, size_t* length
 
 int ZOR_App_SetPowerControl(bool on)
 {
-    return sendByte(OXA_TV_CMD_ID_SYSTEM_SetPowerControl, on ? 1 : 0);
+    ZOR_TRACE("<===\n");
+    uint8_t flag = on ? 1 : 0;
+    const int status = forwardCommand(OXA_TV_CMD_ID_SYSTEM_SetPowerControl, &flag);
+    ZOR_TRACE("===>\n");
+    return status;
 }
 
 int ZOR_App_SetUSBSource(void)
 {
-    return sendWithoutRecord(OXA_TV_CMD_ID_SYSTEM_SetUSBSource);
+    ZOR_TRACE("<===\n");
+    const int status = forwardCommand(OXA_TV_CMD_ID_SYSTEM_SetUSBSource, nullptr);
+    ZOR_TRACE("===>\n");
+    return status;
 }
 
 int ZOR_App_SetIOTCertificate(unsigned char value)
 {
-    return sendByte(OXA_TV_CMD_ID_SYSTEM_SetIOTCertificate, value);
+    ZOR_TRACE("<===\n");
+    uint8_t certificate = value;
+    const int status = forwardCommand(OXA_TV_CMD_ID_SYSTEM_SetIOTCertificate, &certificate);
+    ZOR_TRACE("===>\n");
+    return status;
 }
 
 int ZOR_App_GetEnvironment(unsigned char* env)
@@ -99,8 +94,9 @@ int ZOR_App_GetEnvironment(unsigned char* env)
 int ZOR_App_GetFWversion(char* version)
 {
     ZOR_TRACE("<===\n");
+    // The record is the function's own, so the encoder can't refuse for it.
     if (!version) {
-        ZOR_ARG_ERROR("version is NULL\n");
+        ZOR_ERROR("version is NULL\n");
         return -1;
     }
     _VOICECTRL_FW_VERSION record;
@@ -165,7 +161,10 @@ int ZOR_App_TuneToFVPProgram(char* first, char* second)
 
 int ZOR_App_restartCurrentFVPProgram(void)
 {
-    return sendWithoutRecord(OXA_TV_CMD_ID_SYSTEM_restartCurrentFVPProgram);
+    ZOR_TRACE("<===\n");
+    const int status = forwardCommand(OXA_TV_CMD_ID_SYSTEM_restartCurrentFVPProgram, nullptr);
+    ZOR_TRACE("===>\n");
+    return status;
 }
 
 int ZOR_App_SetModes(EN_VOICECTRL_CTRL_MODE_T mode)

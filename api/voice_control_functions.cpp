@@ -17,11 +17,7 @@ int ZOR_Voice_Ctrl_Init(void)
 int ZOR_App_SetBrowserCertificates(char* data1, char* data2, char* data3, char* subjectName)
 {
     ZOR_TRACE("<===\n");
-    // Each string's length is taken on the wire: none may be missing.
-    if (!data1 || !data2 || !data3 || !subjectName) {
-        ZOR_ARG_ERROR("data1, data2, data3 or subjectName is NULL\n");
-        return -1;
-    }
+    // The encoder refuses a missing string before it measures any.
     _VOICECTRL_BROWSER_CERT_INFO record = {data1, data2, data3, subjectName};
     const int status = forwardCommand(OXA_TV_CMD_ID__VOICE_CTRL_SetBrowerCerts, &record);
     ZOR_TRACE("===>\n");

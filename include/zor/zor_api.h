@@ -97,9 +97,9 @@ ZOR_EXPORT int ZOR_App_NotifyAVSWakeword(void);
 /** Sends the voice-control init command (no data); returns the status. */
 ZOR_EXPORT int ZOR_Voice_Ctrl_Init(void);
 /** Sends four caller-owned strings, each with its terminator, behind a header of
- * their lengths (+1). No length limit. A null string is refused before any is
- * read: -1, "... data1, data2, data3 or subjectName is NULL", nothing sent.
- * Prints the subject name unconditionally. */
+ * their lengths (+1). No length limit. A null string is refused by the
+ * encoder before any is read: -1, "certificate string is NULL." (an error
+ * line), nothing sent. Prints the subject name unconditionally. */
 ZOR_EXPORT int ZOR_App_SetBrowserCertificates(char* data1, char* data2, char* data3,
                                               char* subjectName);
 
@@ -179,7 +179,8 @@ ZOR_EXPORT int ZOR_App_ChangeToChannel(_VOICECTRL_CHANNEL_INFO* pt_channel_info)
 /** Tunes to a channel by number (a word); the status. */
 ZOR_EXPORT int ZOR_App_TuneToChannel(unsigned int u32Channel);
 /** Tunes by text: sends the string's length and bytes, no length limit. A null
- * string is refused: -1, "ps_channel is NULL", nothing sent. */
+ * string is refused by the encoder: -1, "cmd_data is NULL." (an error line),
+ * nothing sent. */
 ZOR_EXPORT int ZOR_App_TuneToChannel_2(char* ps_channel);
 /** Tunes back to the last tuned channel (no data); the status. */
 ZOR_EXPORT int ZOR_App_TuneToLastTunedChannel(void);
@@ -202,7 +203,8 @@ ZOR_EXPORT int ZOR_App_SetIOTCertificate(unsigned char value);
 ZOR_EXPORT int ZOR_App_GetEnvironment(unsigned char* env);
 /** Firmware version into a caller's buffer of 33 bytes: the text and zeros
  * behind it; a text of 33 characters or more fills all 33 bytes without
- * terminator. Null buffer: -1, nothing sent. */
+ * terminator. Null buffer: -1, nothing sent ("version is NULL" as an error
+ * line). */
 ZOR_EXPORT int ZOR_App_GetFWversion(char* version);
 /** Shows an FVP recommendation; path at most 1027 characters, null or longer:
  * -1 and a line, nothing sent. */

@@ -32,6 +32,18 @@ protected:
         return testing::internal::GetCapturedStdout();
     }
 
+    // Runs `call` with stdout captured at debug level `level`; the level
+    // returns to 1 (errors only) afterwards.
+    static std::string printedAtLevel(int level, const std::function<void()>& call)
+    {
+        setDebugLevel(EN_DBG_PRT_LEVEL_NONE);
+        setDebugLevel(static_cast<_EN_DBG_PRT_LEVEL>(level));
+        const std::string text = printed(call);
+        setDebugLevel(EN_DBG_PRT_LEVEL_NONE);
+        setDebugLevel(EN_DBG_PRT_LEVEL_ERROR);
+        return text;
+    }
+
     // The one request sent so far, after checking its id.
     static Bytes onlyRequest(unsigned int id)
     {
@@ -48,6 +60,12 @@ protected:
 inline std::string argLine(const std::string& function, const std::string& message)
 {
     return "^" + function + " line:[0-9]+ " + message + "\n$";
+}
+
+// "[%s(): %d]<message>" with any line number, as a regular expression.
+inline std::string gatedLine(const std::string& function, const std::string& message)
+{
+    return "\\[" + function + "\\(\\): [0-9]+\\]" + message + "\n";
 }
 
 } // namespace zor::test

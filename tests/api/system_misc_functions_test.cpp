@@ -3,6 +3,7 @@
 #include "tests/api/api_test.h"
 
 #include <cstring>
+#include <functional>
 #include <vector>
 
 using namespace zor::test;
@@ -61,12 +62,44 @@ TEST_F(SystemFunctionsTest, FirmwareVersionIsCutAt33BytesWithoutTerminator)
     EXPECT_EQ(ZOR_App_GetFWversion(version), -1);
     EXPECT_EQ(Bytes(version, version + 34), text("1.2") + zeros(30) + text("x"));
 
+    // A null buffer: -1 and nothing sent; its line is an error line, so
+    // level 0 prints nothing.
     middleware().reset();
     int result = 0;
+    EXPECT_EQ(printedAtLevel(0, [&] { result = ZOR_App_GetFWversion(nullptr); }), "");
+    EXPECT_EQ(result, -1);
     EXPECT_THAT(printed([&] { result = ZOR_App_GetFWversion(nullptr); }),
-                MatchesRegex(argLine("ZOR_App_GetFWversion", "version is NULL")));
+                MatchesRegex(gatedLine("ZOR_App_GetFWversion", "version is NULL")));
     EXPECT_EQ(result, -1);
     EXPECT_TRUE(sent().empty());
+}
+
+TEST_F(SystemFunctionsTest, SettersAndCommandsWithoutDataPrintTheirOwnTraceLines)
+{
+    const struct {
+        std::function<int()> call;
+        const char* function;
+        unsigned id;
+        Bytes request;
+    } cases[] = {
+        {[] { return ZOR_App_SetPowerControl(false); }, "ZOR_App_SetPowerControl", 0x18060001,
+         hex("00")},
+        {[] { return ZOR_App_SetUSBSource(); }, "ZOR_App_SetUSBSource", 0x18060002, {}},
+        {[] { return ZOR_App_SetIOTCertificate(7); }, "ZOR_App_SetIOTCertificate", 0x18060003,
+         hex("07")},
+        {[] { return ZOR_App_restartCurrentFVPProgram(); },
+         "ZOR_App_restartCurrentFVPProgram",
+         0x18060009,
+         {}},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.function);
+        middleware().reset();
+        const std::string output = printedAtLevel(8, [&] { EXPECT_EQ(c.call(), 0); });
+        EXPECT_THAT(output, ContainsRegex("^" + gatedLine(c.function, "<===")));
+        EXPECT_THAT(output, ContainsRegex(gatedLine(c.function, "===>") + "$"));
+        EXPECT_EQ(onlyRequest(c.id), c.request);
+    }
 }
 
 TEST_F(SystemFunctionsTest, FvpTextsAtTheirFieldSizes)
@@ -432,6 +465,8 @@ TEST_F(VoiceControlFunctionsTest, BrowserCertificatesAndInit)
                   "00 73 75 62 6A 65 63 74 00"));
     EXPECT_EQ(out, "subjectname: 'subject'\nu32SubjectNameLen: '8'\nsubjectname: 'subject'\n");
 
+    // A missing string is the encoder's to refuse: its error line only, and
+    // nothing at all at level 0.
     char text[] = "x";
     for (int missing = 0; missing < 4; ++missing) {
         SCOPED_TRACE(missing);
@@ -439,12 +474,22 @@ TEST_F(VoiceControlFunctionsTest, BrowserCertificatesAndInit)
         char* args[4] = {text, text, text, text};
         args[missing] = nullptr;
         int result = 0;
-        EXPECT_THAT(printed([&] {
-                        result = ZOR_App_SetBrowserCertificates(args[0], args[1], args[2], args[3]);
-                    }),
-                    MatchesRegex(argLine("ZOR_App_SetBrowserCertificates",
-                                         "data1, data2, data3 or subjectName is NULL")));
+        const auto call = [&] {
+            result = ZOR_App_SetBrowserCertificates(args[0], args[1], args[2], args[3]);
+        };
+        EXPECT_EQ(printedAtLevel(0, call), "");
         EXPECT_EQ(result, -1);
+        EXPECT_THAT(printed(call), MatchesRegex(gatedLine("_voiceCtrlSendTransact",
+                                                          "certificate string is NULL\\.")));
+        EXPECT_EQ(result, -1);
+        EXPECT_THAT(
+            printedAtLevel(9, call),
+            MatchesRegex(
+                gatedLine("ZOR_App_SetBrowserCertificates", "<===") +
+                gatedLine("forwardCommand", "OXA_TV_CMD_CLASS_VOICE_CTRL") +
+                gatedLine("_voiceCtrlSendTransact", "OXA_TV_CMD_ID__VOICE_CTRL_SetBrowerCerts") +
+                gatedLine("_voiceCtrlSendTransact", "certificate string is NULL\\.") +
+                gatedLine("ZOR_App_SetBrowserCertificates", "===>")));
         EXPECT_TRUE(sent().empty());
     }
 

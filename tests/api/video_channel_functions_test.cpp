@@ -246,8 +246,6 @@ TEST_F(ChannelFunctionsTest, NullArgumentsAreRefusedWithTheirMessages)
          "pt_current_info is NULL"},
         {[] { return ZOR_App_ChangeToChannel(nullptr); }, "ZOR_App_ChangeToChannel",
          "pt_channel_info is NULL"},
-        {[] { return ZOR_App_TuneToChannel_2(nullptr); }, "ZOR_App_TuneToChannel_2",
-         "ps_channel is NULL"},
         {[] { return ZOR_App_StartFVPApp(nullptr, const_cast<char*>("c")); }, "ZOR_App_StartFVPApp",
          "ait_url is NULL"},
         {[] { return ZOR_App_StartFVPApp(const_cast<char*>("u"), nullptr); }, "ZOR_App_StartFVPApp",
@@ -341,6 +339,46 @@ TEST_F(ChannelFunctionsTest, TuneByTextSendsLengthAndBytesWithoutTerminator)
     std::string empty;
     EXPECT_EQ(ZOR_App_TuneToChannel_2(&empty[0]), 0);
     EXPECT_EQ(onlyRequest(0x1805000B), hex("00 00 00 00"));
+}
+
+TEST_F(ChannelFunctionsTest, TuneByTextLeavesTheNullStringToTheEncoder)
+{
+    int result = 0;
+    // Silent at level 0.
+    EXPECT_EQ(printedAtLevel(0, [&] { result = ZOR_App_TuneToChannel_2(nullptr); }), "");
+    EXPECT_EQ(result, -1);
+    // With trace and error lines: the function's own lines around the
+    // encoder's refusal.
+    EXPECT_THAT(printedAtLevel(9, [&] { result = ZOR_App_TuneToChannel_2(nullptr); }),
+                MatchesRegex(
+                    gatedLine("ZOR_App_TuneToChannel_2", "<===") +
+                    gatedLine("forwardCommand", "OXA_TV_CMD_CLASS_CHANNEL") +
+                    gatedLine("_channelModuleSendTransact", "OXA_TV_CMD_ID_CHANNEL_TuneToChannel") +
+                    gatedLine("_channelModuleSendTransact", "cmd_data is NULL\\.") +
+                    gatedLine("ZOR_App_TuneToChannel_2", "===>")));
+    EXPECT_EQ(result, -1);
+    EXPECT_TRUE(sent().empty());
+}
+
+TEST_F(ChannelFunctionsTest, CommandsWithoutDataPrintTheirOwnTraceLines)
+{
+    const struct {
+        int (*call)();
+        const char* function;
+        unsigned id;
+    } cases[] = {
+        {ZOR_App_TuneToNextChannel, "ZOR_App_TuneToNextChannel", 0x18050002},
+        {ZOR_App_TuneToPreviousChannel, "ZOR_App_TuneToPreviousChannel", 0x18050003},
+        {ZOR_App_TuneToLastTunedChannel, "ZOR_App_TuneToLastTunedChannel", 0x18050008},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.function);
+        middleware().reset();
+        const std::string output = printedAtLevel(8, [&] { EXPECT_EQ(c.call(), 0); });
+        EXPECT_THAT(output, testing::ContainsRegex("^" + gatedLine(c.function, "<===")));
+        EXPECT_THAT(output, testing::ContainsRegex(gatedLine(c.function, "===>") + "$"));
+        EXPECT_EQ(onlyRequest(c.id), Bytes{});
+    }
 }
 
 TEST_F(ChannelFunctionsTest, CurrentChannelAndCountAreDeliveredOnFailure)

@@ -214,8 +214,6 @@ TEST_F(AssistantFunctionsTest, FarFieldStreamIsSwitchedInThePipelineAndReportsOn
     const std::string output = testing::internal::GetCapturedStdout();
     EXPECT_TRUE(sent().empty());
     EXPECT_THAT(output, HasSubstr("enSource = 0, genSource = 3"));
-    if (output.find("TrigSendPCMData") == std::string::npos)
-        GTEST_SKIP() << "the far-field pipeline is not part of this build yet";
     EXPECT_THAT(output, HasSubstr("TrigSendPCMData 1"));
     EXPECT_THAT(output, HasSubstr("TrigSendPCMData 0"));
 }
