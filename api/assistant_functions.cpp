@@ -1,8 +1,5 @@
-// Assistant class: what the assistant tells the television about itself, and
-// the start and stop of microphone streaming from one of three sources (the
-// far-field pipeline, the middleware's stream, the library's own
-// remote-control capture).
-#include "api/streaming_state.h"
+// Assistant class: what the assistant tells the television about itself. The
+// start and stop of microphone streaming are in microphone_streaming.cpp.
 #include "server/callback_table.h"
 #include "transport/log.h"
 #include "zor/zor_api.h"
@@ -14,9 +11,6 @@
 
 using namespace OXAPC;
 
-std::atomic<int32_t> genSource{EN_AVS_AUDIO_SOURCE_NONE};
-std::atomic<uint8_t> gbCaptured{0};
-
 namespace
 {
 
@@ -27,11 +21,6 @@ constexpr EN_AVS_STATE kStateStopsCapture = 4;
 int sendWord(OXA_TV_CMD_ID id, int32_t value)
 {
     return forwardCommand(id, &value);
-}
-
-int sendMicOpen(uint8_t open)
-{
-    return forwardCommand(OXA_TV_CMD_ID_AVS_START_BTRC_MIC_OPEN, &open);
 }
 
 uint32_t windowCode(EN_ZOR_APP_WINDOW_TYPE type)
@@ -127,62 +116,6 @@ int ZOR_App_setUserSelectionChromeGlow(int selection)
     const int status = sendWord(OXA_TV_CMD_ID_AVS_SET_USER_SELECT_CHROME_GLOW, selection);
     ZOR_TRACE("===>\n");
     return status;
-}
-
-int ZOR_App_startStreamingMicrophoneData(_EN_AVS_AUDIO_SOURCE_TYPE source)
-{
-    ZOR_TRACE("<===\n");
-    int result = 0;
-    ZOR_PRINT("enSource = %d, genSource = %d\n", static_cast<int>(source),
-              static_cast<int>(genSource.load()));
-    genSource.store(source);
-    switch (source) {
-    case EN_AVS_AUDIO_SOURCE_FFM:
-        result = 1;
-        KEL_AVS_FFM_TrigSendPCMData(true);
-        break;
-    case EN_AVS_AUDIO_SOURCE_MIDDLEWARE:
-        result = forwardCommand(OXA_TV_CMD_ID_AVS_START_STREAM_MIC_DATA, nullptr);
-        break;
-    case EN_AVS_AUDIO_SOURCE_RC_MIC:
-        // The television opens the remote's microphone; its status is not
-        // what the caller needs to know, the local capture's start is.
-        sendMicOpen(1);
-        result = startAlsaCaptureThread();
-        break;
-    default:
-        break;
-    }
-    gbCaptured.store(1);
-    ZOR_TRACE("===>\n");
-    return result;
-}
-
-int ZOR_App_stopStreamingMicrophoneData(void)
-{
-    ZOR_TRACE("<===\n");
-    int result = 0;
-    const int32_t source = genSource.load();
-    ZOR_PRINT("genSource = %d\n", static_cast<int>(source));
-    switch (source) {
-    case EN_AVS_AUDIO_SOURCE_FFM:
-        result = 1;
-        KEL_AVS_FFM_TrigSendPCMData(false);
-        break;
-    case EN_AVS_AUDIO_SOURCE_MIDDLEWARE:
-        result = forwardCommand(OXA_TV_CMD_ID_AVS_STOP_STREAM_MIC_DATA, nullptr);
-        break;
-    case EN_AVS_AUDIO_SOURCE_RC_MIC:
-        sendMicOpen(0);
-        result = stopAlsaCaptureThread();
-        break;
-    default:
-        break;
-    }
-    genSource.store(EN_AVS_AUDIO_SOURCE_NONE);
-    gbCaptured.store(0);
-    ZOR_TRACE("===>\n");
-    return result;
 }
 
 int ZOR_App_SetAlexaLanguageSlection(char* language)

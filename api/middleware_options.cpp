@@ -47,8 +47,9 @@ void setFFMSup(_ST_FFM_INFO info)
 void setButtonTappedType(_EN_AVS_TAPPED_TYPE type)
 {
     ZOR_PRINT("enTappedTYPE = %d\n", static_cast<int>(type));
-    // A new button mode ends the stream that the old mode started.
-    if (type != genTappedType.load() && gbCaptured.load() == 1)
+    // A new button mode ends the stream that the old mode started. The stop
+    // does not wait for an application thread that is starting or stopping
+    // meanwhile: that thread carries it out after its own.
+    if (genTappedType.exchange(type) != type && gbCaptured.load() == 1)
         ZOR_App_stopStreamingMicrophoneData();
-    genTappedType.store(type);
 }

@@ -10,8 +10,10 @@
 #include <cstdint>
 
 // The source streaming was last started from; 3 (none) after every stop.
+// Both change together, under the lock of microphone_streaming.cpp, as each
+// start or stop takes effect; anyone may read them.
 extern std::atomic<int32_t> genSource;
-// 1 from the end of a start request until the next stop.
+// 1 from a start until the next stop.
 extern std::atomic<uint8_t> gbCaptured;
 // The remote-control button mode the middleware set last (initially 4).
 extern std::atomic<_EN_AVS_TAPPED_TYPE> genTappedType;

@@ -78,8 +78,18 @@ ZOR_EXPORT int ZOR_App_setUserSelectionChromeGlow(int selection);
  * the local capture's start result; any other value starts nothing and
  * returns 0. Stop acts on the source of the last start (the same results)
  * and resets the source to 3 (none). The library itself stops streaming when
- * the middleware changes the button mode meanwhile. Not serialised: start and
- * stop from one thread at a time. */
+ * the middleware changes the button mode meanwhile (on the server thread).
+ *
+ * Any thread may start and stop, also at the same time: the calls take effect
+ * in one order, the state that the next call sees is that of the call that
+ * took effect last, and the commands reach the television in that order, one
+ * at a time. Two stops racing each other stop the stream once; the other finds
+ * nothing to stop. No call waits for another thread's command: a call made
+ * while another thread is still carrying out a start or stop hands its own
+ * start or stop to that thread, which carries it out before it returns, and
+ * returns at once with 0 (1 for the far-field source) instead of the status it
+ * did not wait for. At most 16 calls wait like that; a further one is refused
+ * with -1 and a line, and changes nothing. */
 ZOR_EXPORT int ZOR_App_startStreamingMicrophoneData(_EN_AVS_AUDIO_SOURCE_TYPE source);
 /** Ends the streaming started last; see ZOR_App_startStreamingMicrophoneData(). */
 ZOR_EXPORT int ZOR_App_stopStreamingMicrophoneData(void);

@@ -1,24 +1,35 @@
 // The assistant class as the television sees it: request bytes of every
 // function, and the start and stop of streaming for each microphone source.
+#include "api/streaming_state.h"
 #include "audio/rc_capture.h"
 #include "tests/support/fake_middleware.h"
+#include "tests/support/process.h"
 #include "zor/zor.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <chrono>
+#include <cstdio>
 #include <cstdlib>
 #include <fcntl.h>
+#include <functional>
+#include <future>
 #include <string>
 #include <sys/stat.h>
+#include <thread>
 #include <unistd.h>
+#include <vector>
 
 using namespace zor::test;
 using testing::HasSubstr;
 
 namespace
 {
+
+constexpr unsigned kStartStream = 0x1801000A;
+constexpr unsigned kStopStream = 0x1801000B;
 
 std::atomic<int> gFirmwareUpdateCalls{0};
 std::atomic<int> gFirmwareUpdateValue{-1};
@@ -298,6 +309,164 @@ TEST_F(AssistantFunctionsTest, ButtonModeChangeDuringStreamingStopsIt)
     // Not streaming any more: a further change sends nothing.
     setButtonTappedType(6);
     EXPECT_EQ(sent().size(), 2u);
+}
+
+// The ids of the stream commands the television received, in order.
+std::vector<unsigned> streamCommands()
+{
+    std::vector<unsigned> ids;
+    for (const Exchange& exchange : FakeMiddleware::instance().exchanges())
+        if (exchange.cmd == kStartStream || exchange.cmd == kStopStream)
+            ids.push_back(exchange.cmd);
+    return ids;
+}
+
+// Starts `count` threads that run `body` at the same moment.
+void runTogether(int count, const std::function<void(int)>& body)
+{
+    std::atomic<int> waiting{count};
+    std::vector<std::thread> threads;
+    for (int k = 0; k < count; ++k) {
+        threads.emplace_back([&, k] {
+            --waiting;
+            while (waiting.load() > 0)
+                std::this_thread::yield();
+            body(k);
+        });
+    }
+    for (std::thread& thread : threads)
+        thread.join();
+}
+
+TEST_F(AssistantFunctionsTest, RacingStopsStopTheStreamOnce)
+{
+    for (int round = 0; round < 20; ++round) {
+        SCOPED_TRACE(round);
+        FakeMiddleware::instance().reset();
+        ASSERT_EQ(ZOR_App_startStreamingMicrophoneData(EN_AVS_AUDIO_SOURCE_MIDDLEWARE), 0);
+        runTogether(2, [](int) { ZOR_App_stopStreamingMicrophoneData(); });
+        EXPECT_EQ(streamCommands(), (std::vector<unsigned>{kStartStream, kStopStream}));
+        EXPECT_EQ(genSource.load(), EN_AVS_AUDIO_SOURCE_NONE);
+        EXPECT_EQ(gbCaptured.load(), 0);
+    }
+}
+
+TEST_F(AssistantFunctionsTest, RacingStartsAndStopsLeaveTheLastOnesStateOnBothSides)
+{
+    for (int round = 0; round < 10; ++round) {
+        SCOPED_TRACE(round);
+        FakeMiddleware::instance().reset();
+        runTogether(3, [](int k) {
+            for (int call = 0; call < 10; ++call) {
+                const int result =
+                    k == 0 ? ZOR_App_startStreamingMicrophoneData(EN_AVS_AUDIO_SOURCE_MIDDLEWARE)
+                           : ZOR_App_stopStreamingMicrophoneData();
+                // 0 (the status, or handed over) or -1 (too many waiting).
+                EXPECT_TRUE(result == 0 || result == -1) << result;
+            }
+        });
+        // The two words agree, and the television was told last what they say.
+        const std::vector<unsigned> ids = streamCommands();
+        const int32_t source = genSource.load();
+        const uint8_t captured = gbCaptured.load();
+        if (captured == 1) {
+            EXPECT_EQ(source, EN_AVS_AUDIO_SOURCE_MIDDLEWARE);
+            ASSERT_FALSE(ids.empty());
+            EXPECT_EQ(ids.back(), kStartStream);
+        } else {
+            EXPECT_EQ(source, EN_AVS_AUDIO_SOURCE_NONE);
+            EXPECT_TRUE(ids.empty() || ids.back() == kStopStream);
+        }
+        // A stop is only sent for a stream that a start opened.
+        for (size_t k = 0; k < ids.size(); ++k) {
+            if (ids[k] == kStopStream) {
+                EXPECT_TRUE(k > 0 && ids[k - 1] == kStartStream) << "command " << k;
+            }
+        }
+        ZOR_App_stopStreamingMicrophoneData();
+    }
+}
+
+TEST_F(AssistantFunctionsTest, CallsDuringAStartAreCarriedOutAfterItInOrderUpToSixteen)
+{
+    // The television holds the first start's reply back until released.
+    std::promise<void> release;
+    std::shared_future<void> released = release.get_future().share();
+    std::atomic<bool> first{true};
+    FakeMiddleware::instance().setBeforeReply(kStartStream, [&] {
+        if (first.exchange(false))
+            released.wait_for(std::chrono::seconds(3));
+    });
+    std::future<int> firstStart = std::async(std::launch::async, [] {
+        return ZOR_App_startStreamingMicrophoneData(EN_AVS_AUDIO_SOURCE_MIDDLEWARE);
+    });
+    for (int i = 0; i < 500 && streamCommands().empty(); ++i)
+        usleep(2000);
+    ASSERT_EQ(streamCommands().size(), 1u);
+
+    // Sixteen calls hand their switch over and return at once.
+    for (int call = 0; call < 16; ++call) {
+        SCOPED_TRACE(call);
+        if (call % 2 == 0)
+            EXPECT_EQ(ZOR_App_stopStreamingMicrophoneData(), 0);
+        else
+            EXPECT_EQ(ZOR_App_startStreamingMicrophoneData(EN_AVS_AUDIO_SOURCE_MIDDLEWARE), 0);
+    }
+    // The seventeenth is refused and changes nothing.
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(ZOR_App_stopStreamingMicrophoneData(), -1);
+    const std::string output = testing::internal::GetCapturedStdout();
+    EXPECT_THAT(output,
+                testing::ContainsRegex("\\[ZOR_App_stopStreamingMicrophoneData\\(\\): [0-9]+\\]16 "
+                                       "microphone starts and stops wait already, refused\n"));
+    EXPECT_EQ(genSource.load(), EN_AVS_AUDIO_SOURCE_MIDDLEWARE);
+    EXPECT_EQ(gbCaptured.load(), 1);
+    EXPECT_EQ(streamCommands().size(), 1u);
+
+    release.set_value();
+    EXPECT_EQ(firstStart.get(), 0);
+    std::vector<unsigned> expected{kStartStream};
+    for (int call = 0; call < 8; ++call) {
+        expected.push_back(kStopStream);
+        expected.push_back(kStartStream);
+    }
+    EXPECT_EQ(streamCommands(), expected);
+    EXPECT_EQ(genSource.load(), EN_AVS_AUDIO_SOURCE_MIDDLEWARE);
+    EXPECT_EQ(gbCaptured.load(), 1);
+    FakeMiddleware::instance().reset();
+}
+
+// The middleware asks the library's server (which changes the button mode)
+// before it answers the start: the stop that follows must not wait for the
+// start, which waits for the middleware.
+TEST_F(AssistantFunctionsTest, ButtonModeChangeWhileTheStartWaitsForTheTelevision)
+{
+    initServer("test.assistant");
+    ASSERT_TRUE(waitForService("test.assistant"));
+    setButtonTappedType(4);
+    std::string inbound;
+    FakeMiddleware::instance().setBeforeReply(kStartStream, [&] {
+        // The middleware gives up on the library's server after 2 s.
+        std::string command = "ZOR_MUP_TIMEOUT_MS=2000 ";
+        if (const char* emulator = getenv("ZOR_TEST_EMULATOR"))
+            command += std::string(emulator) + " ";
+        command +=
+            builtProgram("tests/server/server_inbound_send") + " test.assistant 1001000a:05000000";
+        if (FILE* pipe = popen(command.c_str(), "r")) {
+            char line[256];
+            while (fgets(line, sizeof(line), pipe))
+                inbound += line;
+            pclose(pipe);
+        }
+    });
+    EXPECT_EQ(ZOR_App_startStreamingMicrophoneData(EN_AVS_AUDIO_SOURCE_MIDDLEWARE), 0);
+    // The mode change was answered at once, and the stream stopped after the
+    // start, by the thread that started it.
+    EXPECT_EQ(inbound, "1001000a reply 00000000\n");
+    EXPECT_EQ(streamCommands(), (std::vector<unsigned>{kStartStream, kStopStream}));
+    EXPECT_EQ(genSource.load(), EN_AVS_AUDIO_SOURCE_NONE);
+    EXPECT_EQ(gbCaptured.load(), 0);
+    setButtonTappedType(4);
 }
 
 } // namespace

@@ -33,6 +33,7 @@ void FakeMiddleware::reset()
     m_exchanges.clear();
     m_default = {};
     m_replies.clear();
+    m_beforeReply.clear();
 }
 
 void FakeMiddleware::setDefaultReply(ScriptedReply reply)
@@ -47,6 +48,12 @@ void FakeMiddleware::setReply(unsigned int cmd, ScriptedReply reply)
     m_replies[cmd] = std::move(reply);
 }
 
+void FakeMiddleware::setBeforeReply(unsigned int cmd, std::function<void()> action)
+{
+    std::lock_guard<std::mutex> guard(m_lock);
+    m_beforeReply[cmd] = std::move(action);
+}
+
 std::vector<Exchange> FakeMiddleware::exchanges() const
 {
     std::lock_guard<std::mutex> guard(m_lock);
@@ -55,8 +62,17 @@ std::vector<Exchange> FakeMiddleware::exchanges() const
 
 int FakeMiddleware::handleCommand(unsigned int cmd, MUPParam& in, MUPParam* out, unsigned int)
 {
+    std::function<void()> beforeReply;
+    {
+        std::lock_guard<std::mutex> guard(m_lock);
+        m_exchanges.push_back({cmd, Bytes(in.data(), in.data() + in.size())});
+        auto action = m_beforeReply.find(cmd);
+        if (action != m_beforeReply.end())
+            beforeReply = action->second;
+    }
+    if (beforeReply)
+        beforeReply();
     std::lock_guard<std::mutex> guard(m_lock);
-    m_exchanges.push_back({cmd, Bytes(in.data(), in.data() + in.size())});
     auto scripted = m_replies.find(cmd);
     const ScriptedReply& reply = scripted != m_replies.end() ? scripted->second : m_default;
     if (out && !reply.sendNothing) {

@@ -7,6 +7,7 @@
 #include "mup/mup.h"
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <mutex>
 #include <string>
@@ -41,6 +42,10 @@ public:
     void setDefaultReply(ScriptedReply reply);
     // The reply to one command id.
     void setReply(unsigned int cmd, ScriptedReply reply);
+    // Runs `action` on the middleware's thread each time `cmd` arrives, after
+    // it is recorded and before it is answered (as a middleware that asks
+    // something of the application first). reset() removes it.
+    void setBeforeReply(unsigned int cmd, std::function<void()> action);
 
     std::vector<Exchange> exchanges() const;
 
@@ -53,6 +58,7 @@ private:
     std::vector<Exchange> m_exchanges;
     ScriptedReply m_default;
     std::map<unsigned int, ScriptedReply> m_replies;
+    std::map<unsigned int, std::function<void()>> m_beforeReply;
 };
 
 // "FF 00 0a" -> {0xff, 0x00, 0x0a}; spaces and line breaks are ignored.
