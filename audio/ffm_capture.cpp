@@ -4,10 +4,9 @@
 // live period.
 #include "audio/ffm_capture.h"
 
-#include "mup/no_destructor.h"
-
 #include "audio/ffm_pipeline.h"
 #include "audio/ffm_ring.h"
+#include "audio/no_destructor.h"
 #include "audio/softmic_output.h"
 #include "transport/log.h"
 
@@ -44,7 +43,7 @@ namespace
 std::mutex paramsMutex;
 // Never destroyed: detached pipeline threads may still read it while the
 // process exits.
-mup::NoDestructor<Params> currentParams;
+zor::NoDestructor<Params> currentParams;
 
 int readCaptureState()
 {
@@ -170,7 +169,9 @@ int kel_avs_ffm_alsa_capture_init(_ST_FFM_CAPTURE_BUF_CFG* cap, _ST_FFM_RING_BUF
         ZOR_FFM_LOG("could not set alsa sample rate:%s\n", snd_strerror(cap->s32Ret));
         return -1;
     }
-    if (cap->s32Dir != 0) {
+    // Drivers mostly report a whole-value change with direction 0: a value
+    // other than the one asked for is an adjustment too.
+    if (cap->s32Dir != 0 || rate != HID_COMPATIBLE_SAMPLE_RATE) {
         ZOR_FFM_LOG("%s: hardware could not support sampling rate %d Hz, set %d Hz\n", __func__,
                     static_cast<int>(rate), static_cast<int>(rate));
         cap->s32Dir = 0;
@@ -187,7 +188,7 @@ int kel_avs_ffm_alsa_capture_init(_ST_FFM_CAPTURE_BUF_CFG* cap, _ST_FFM_RING_BUF
         ZOR_FFM_LOG("could not set alsa period size:%s\n", snd_strerror(cap->s32Ret));
         return -1;
     }
-    if (cap->s32Dir != 0) {
+    if (cap->s32Dir != 0 || cap->frames != kPeriodFrames) {
         ZOR_FFM_LOG("%s: hardware could not support period size %d, set %d\n", __func__,
                     static_cast<int>(cap->frames), static_cast<int>(cap->frames));
         cap->s32Dir = 0;
@@ -317,6 +318,18 @@ void kel_avs_ffm_alsa_capture_stop(_ST_FFM_CAPTURE_BUF_CFG* cap, _ST_FFM_RING_BU
                 cap->szWWFile);
 }
 
+bool kel_avs_ffm_device_gone(int error)
+{
+    return error == -ENODEV || error == -ENXIO;
+}
+
+void kel_avs_ffm_capture_read_failed(int error)
+{
+    ZOR_FFM_LOG("error from read: %s\n\n", snd_strerror(error));
+    if (kel_avs_ffm_device_gone(error))
+        kel_avs_ffm_stop_thread_on_device_loss(); // unplugged: both threads end
+}
+
 int kel_avs_ffm_alsa_capture_write(_ST_FFM_CAPTURE_BUF_CFG* cap, _ST_FFM_RING_BUF_CFG* ring)
 {
     snd_pcm_t* pcm = cap->handle.get();
@@ -328,10 +341,7 @@ int kel_avs_ffm_alsa_capture_write(_ST_FFM_CAPTURE_BUF_CFG* cap, _ST_FFM_RING_BU
         return 0;
     }
     if (got < 0) {
-        const char* text = snd_strerror(cap->s32Ret);
-        ZOR_FFM_LOG("error from read: %s\n\n", text);
-        if (strncmp(text, "No such device", 14) == 0)
-            kel_avs_ffm_stop_thread(); // unplugged: both threads end
+        kel_avs_ffm_capture_read_failed(static_cast<int>(got));
         return 0;
     }
     if (got < static_cast<snd_pcm_sframes_t>(cap->frames))

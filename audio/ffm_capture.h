@@ -15,6 +15,13 @@ namespace zor::audio::ffm
 int kel_avs_ffm_alsa_capture_init(_ST_FFM_CAPTURE_BUF_CFG* cap, _ST_FFM_RING_BUF_CFG* ring,
                                   const char* device, const Params& settings);
 
+// True for the read errors of a device that has gone (unplugged): -ENODEV
+// and -ENXIO. The error code decides, not its text, which the C library
+// translates once the application sets a locale.
+bool kel_avs_ffm_device_gone(int error);
+// A negative read result: its line, and for a device that has gone the stop
+// of both threads.
+void kel_avs_ffm_capture_read_failed(int error);
 // One period: read, down-mix, ring write and live delivery. Always 0.
 int kel_avs_ffm_alsa_capture_write(_ST_FFM_CAPTURE_BUF_CFG* cap, _ST_FFM_RING_BUF_CFG* ring);
 

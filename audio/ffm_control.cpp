@@ -14,6 +14,11 @@
 namespace zor::audio::ffm
 {
 
+// Readiness events come from the application's and the server's threads,
+// device loss from the pipeline's own; each transition and its start or stop
+// runs alone.
+std::mutex controlMutex;
+
 namespace
 {
 
@@ -21,10 +26,6 @@ namespace
 std::atomic<int> enInitComplete{0};
 // Action button: 0 idle, 1 pressed, 2 streaming live, 3 stream ended.
 std::atomic<int> enNotifyActionButtonPressed{0};
-
-// Readiness events come from the application's and the server's threads;
-// each transition and its start or stop runs alone.
-std::mutex controlMutex;
 
 // A 32-bit little-endian 1 and 508 zero bytes, written into the dump files
 // where a stream ends.
@@ -162,6 +163,12 @@ int kel_avs_ffm_stop_thread()
     bKWflagLast.store(false);
     enInitComplete.store(1);
     return 0;
+}
+
+int kel_avs_ffm_stop_thread_on_device_loss()
+{
+    std::lock_guard<std::mutex> control(controlMutex);
+    return kel_avs_ffm_stop_thread();
 }
 
 int readinessState()

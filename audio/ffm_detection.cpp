@@ -3,10 +3,10 @@
 // cuts it with half a second of pre-roll out of the ring and tells the
 // application.
 #include "audio/ffm_detection.h"
-#include "mup/no_destructor.h"
 
 #include "audio/ffm_pipeline.h"
 #include "audio/ffm_ring.h"
+#include "audio/no_destructor.h"
 #include "audio/softmic_output.h"
 #include "audio/xmos_device.h"
 #include "transport/log.h"
@@ -36,7 +36,12 @@ constexpr uint16_t CONTROL_RESOURCE_ID = 0xE0;
 constexpr uint16_t CONTROL_CMD_ID_GET_WWE_INDEXES = 0xAF;
 constexpr uint16_t CONTROL_CMD_PAYLOAD_LEN = 25;
 constexpr const char* HID_KEY_CODE = "KEY_F23";
-constexpr const char* KEYWORD_STRING = "alexa";
+// What the wake-word callback receives, in storage that outlives the call:
+// the keyword for the life of the process, the metadata until the next
+// detection rewrites it. Only the detection thread writes them (one runs at
+// a time), and only just before the callback.
+char KEYWORD_STRING[] = "alexa";
+uint8_t wakeWordMetadata[METADATA_BLOB_LEN];
 constexpr unsigned kPollIntervalMs = 20;
 // A board that keeps answering "not ready" gets this many queries, a short
 // pause apart, before the detection is given up.
@@ -46,7 +51,7 @@ constexpr unsigned kIndexQueryPauseUs = 2000;
 // Opened, used and closed by the detection thread only.
 // Never destroyed: the detached detection thread may still use the device
 // while the process exits.
-mup::NoDestructor<std::unique_ptr<XmosDevice>> deviceHolder;
+zor::NoDestructor<std::unique_ptr<XmosDevice>> deviceHolder;
 std::unique_ptr<XmosDevice>& device = *deviceHolder;
 
 int readDetectionState()
@@ -130,7 +135,7 @@ void kel_avs_ffm_hid_detectionLoop(_ST_FFM_CAPTURE_BUF_CFG* cap, _ST_FFM_RING_BU
         // The board is gone with its audio: end both threads, as a capture
         // read that reports the device missing does.
         ZOR_FFM_LOG("HID device lost: %s\n\n", strerror(ENODEV));
-        kel_avs_ffm_stop_thread();
+        kel_avs_ffm_stop_thread_on_device_loss();
         return;
     }
     if (got != 1 || !isKeywordPress(event))
@@ -237,10 +242,9 @@ void kel_avs_ffm_hid_detectionLoop(_ST_FFM_CAPTURE_BUF_CFG* cap, _ST_FFM_RING_BU
     } else if (bYTSoftMicstart.load()) {
         ZOR_FFM_LOG("youtube soft mic flow ,not call WakeWordDetectionSignalallback \n");
     } else {
-        char keyword[8];
-        snprintf(keyword, sizeof(keyword), "%s", KEYWORD_STRING);
-        wakeWord(FFM_PREROLL_SAMPLES, plan.keywordSamples + FFM_PREROLL_SAMPLES, keyword,
-                 metadataLen, reinterpret_cast<char*>(metadata));
+        memcpy(wakeWordMetadata, metadata, metadataLen);
+        wakeWord(FFM_PREROLL_SAMPLES, plan.keywordSamples + FFM_PREROLL_SAMPLES, KEYWORD_STRING,
+                 metadataLen, reinterpret_cast<char*>(wakeWordMetadata));
     }
     if (ZOR_PFN_VOID notify = gfptrNotifyUIWakeWordDectcallback.load())
         notify();

@@ -60,8 +60,18 @@ struct Params {
 void setParams(const Params& params);
 Params params();
 
+// Every readiness transition, and every start and stop of the two threads
+// with it, runs alone under this lock (it lives as long as the process). It
+// is taken before any other lock of the pipeline, never after one.
+extern std::mutex controlMutex;
+
+// Start and stop; the caller holds controlMutex.
 int kel_avs_ffm_start_thread();
 int kel_avs_ffm_stop_thread();
+// The stop that the pipeline's own threads make when the board or its
+// capture device has gone: takes controlMutex itself (the thread holds no
+// other lock of the pipeline when it calls this). Always 0.
+int kel_avs_ffm_stop_thread_on_device_loss();
 void* kel_avs_ffm_alsa_capture_thread(void*);
 void* kel_avs_ffm_hid_detection_thread(void*);
 uint32_t kel_avs_ffm_ClockGetInMS();

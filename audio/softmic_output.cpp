@@ -128,7 +128,9 @@ int youtube_softmic_alsa_write_init(void)
         ZOR_FFM_LOG("could not set alsa sample rate:%s\n", snd_strerror(err));
         return -1;
     }
-    if (dir != 0) {
+    // Drivers mostly report a whole-value change with direction 0: a rate
+    // other than the one asked for is an adjustment too.
+    if (dir != 0 || rate != params.u32Rate) {
         ZOR_FFM_LOG("%s: hardware could not support sampling rate %d Hz, set %d Hz\n", __func__,
                     static_cast<int>(params.u32Rate), static_cast<int>(rate));
         params.u32Rate = rate;
@@ -143,7 +145,7 @@ int youtube_softmic_alsa_write_init(void)
         ZOR_FFM_LOG("could not set alsa period size:%s\n", snd_strerror(err));
         return -1;
     }
-    if (dir != 0) {
+    if (dir != 0 || period != params.u32PeriodSize) {
         ZOR_FFM_LOG("%s: hardware could not support period size %d, set %d\n", __func__,
                     static_cast<int>(params.u32PeriodSize), static_cast<int>(period));
         params.u32PeriodSize = static_cast<uint32_t>(period);

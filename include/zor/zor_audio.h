@@ -75,7 +75,9 @@ ZOR_EXPORT void alsaCaptureRegisterCallback(ZOR_PFN_PCM fn);
  *
  * Callback threads: the PCM callback runs on "ffm_avs_cap"; the wake-word
  * and notify-UI callbacks run on "ffm_hid_det". The buffers they get belong
- * to the library and are valid only during the call. A callback may call
+ * to the library. The PCM buffer is valid only during the call; the
+ * wake-word callback's keyword stays valid for good and its metadata until
+ * the next wake word (see ZOR_PFN_WAKEWORD). A callback may call
  * the functions of this section (a PCM callback typically calls
  * KEL_AVS_FFM_TrigSendPCMData(false)); it should return quickly: the next
  * period or poll waits for it.
@@ -103,15 +105,23 @@ ZOR_EXPORT void alsaCaptureRegisterCallback(ZOR_PFN_PCM fn);
  *    thread also takes to hand a block over, so a block is never rewritten
  *    while it is copied or delivered; its ready flag is published with
  *    release/acquire ordering.
- *  - A board whose event node reports it gone ("No such device") stops both
- *    threads, as a capture read with that error does.
+ *  - A board whose event node reports it gone (-ENODEV) stops both
+ *    threads, as a capture read that fails with -ENODEV or -ENXIO does. The
+ *    error code decides, not its text, which the C library translates once
+ *    the application sets a locale. Such a stop is a readiness transition
+ *    like the others: it waits for one in progress.
+ *  - A device that grants another rate or period than asked for (whatever
+ *    direction ALSA reports) gets the adjustment line; the capture runs with
+ *    the granted period, the soft-microphone output keeps the granted rate
+ *    and period in g_alsa_write_handle.
  *  - Dump files (raw PCM, no header) "/tmp/PCM_rec<UTC stamp>.pcm",
  *    "/tmp/WW_rec<stamp>.pcm" and "/tmp/FFM_read_<stamp>.log" are created
  *    with mode 0644 per start; a start within the same second truncates the
  *    previous run's files.
- *  - With ZOR_XMOS_DEVICE set to a Unix socket path, the board is the
- *    simulator listening there instead of "/dev/input/event0" and USB
- *    20B1:0018.
+ *  - Development builds only (CMake option ZOR_SIM_BOARD, off for the
+ *    television): with ZOR_XMOS_DEVICE set to a Unix socket path, the board
+ *    is the simulator listening there instead of "/dev/input/event0" and USB
+ *    20B1:0018. The television's library has no such switch.
  */
 
 /** The application is ready: sets the capture device "hw:<card>,<device>"

@@ -61,7 +61,10 @@ typedef int (*ZOR_PFN_NOTIFY_TYPE)(EN_VOICECTRL_NOTIFY_TYPE);
 /** data, length in bytes: 16 kHz signed 16-bit little-endian mono */
 typedef int (*ZOR_PFN_PCM)(void* data, unsigned int bytes);
 /** keyword begin and end (sample positions in the audio that follows), keyword
- * name, metadata length and bytes */
+ * name, metadata length and bytes. Both pointers are the library's storage
+ * and outlive the call, so the application may keep them (and must not write
+ * through them): the keyword stays valid for the life of the process, the
+ * metadata until the next wake word's callback, whose data replaces it. */
 typedef int (*ZOR_PFN_WAKEWORD)(unsigned int begin, unsigned int end, char* keyword,
                                 unsigned int metadataLen, char* metadata);
 /** @} */

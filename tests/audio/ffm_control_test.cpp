@@ -1,13 +1,19 @@
 // The far-field readiness and action-button state machines from the state
 // at load, with the messages each event prints. No transition here starts
 // the threads.
+#include "audio/ffm_capture.h"
 #include "audio/ffm_pipeline.h"
 #include "zor/zor_audio.h"
 
+#include <alsa/asoundlib.h>
 #include <gtest/gtest.h>
 
+#include <cerrno>
+#include <clocale>
+#include <cstdlib>
 #include <functional>
 #include <regex>
+#include <string>
 
 namespace ffm = zor::audio::ffm;
 
@@ -108,6 +114,62 @@ TEST(FfmControlTest, ActionButtonStates)
     KEL_AVS_FFM_TriggerCaptureData(0);
     EXPECT_EQ(ffm::buttonState(), 0);
     EXPECT_EQ(ffm::readinessState(), 1);
+}
+
+// A capture read that fails because the device went away stops both
+// threads; other read errors only print their line. The error code decides:
+// the texts are the C library's and change with the locale.
+TEST(FfmControlTest, ReadErrorsOfAGoneDeviceStopBothThreadsWhateverTheLocale)
+{
+    // Translated texts where the system has them; the codes hold anyway.
+    const std::string oldLocale = setlocale(LC_ALL, nullptr);
+    setenv("LANGUAGE", "de", 1);
+    if (!setlocale(LC_ALL, "de_DE.UTF-8"))
+        setlocale(LC_ALL, "C.UTF-8");
+
+    const struct {
+        int error;
+        bool stops;
+    } cases[] = {
+        {-ENODEV, true},  {-ENXIO, true},     {-EIO, false},    {-EPIPE, false},
+        {-EBADFD, false}, {-ESTRPIPE, false}, {-EAGAIN, false}, {-EINTR, false},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.error);
+        // No thread runs: the state words say both do. The action button is
+        // pressed (or still is), which a stop resets.
+        {
+            std::lock_guard<std::mutex> lock(ffm::mutex_capture_exit);
+            ffm::capture_exit = 0;
+        }
+        {
+            std::lock_guard<std::mutex> lock(ffm::mutex_detection_exit);
+            ffm::detection_exit = 0;
+        }
+        messages([] { KEL_AVS_FFM_NotifyActionButtonPressed(); });
+        ASSERT_EQ(ffm::buttonState(), 1);
+
+        const std::string output = messages([&] { ffm::kel_avs_ffm_capture_read_failed(c.error); });
+        EXPECT_NE(output.find(std::string("error from read: ") + snd_strerror(c.error)),
+                  std::string::npos)
+            << output;
+        EXPECT_EQ(ffm::kel_avs_ffm_device_gone(c.error), c.stops);
+        EXPECT_EQ(ffm::captureState(), c.stops ? 1 : 0);
+        EXPECT_EQ(ffm::detectionState(), c.stops ? 1 : 0);
+        EXPECT_EQ(ffm::buttonState(), c.stops ? 0 : 1);
+        EXPECT_EQ(ffm::readinessState(), 1);
+    }
+    {
+        std::lock_guard<std::mutex> lock(ffm::mutex_capture_exit);
+        ffm::capture_exit = -1;
+    }
+    {
+        std::lock_guard<std::mutex> lock(ffm::mutex_detection_exit);
+        ffm::detection_exit = -1;
+    }
+    KEL_AVS_FFM_TriggerCaptureData(0);
+    setlocale(LC_ALL, oldLocale.c_str());
+    unsetenv("LANGUAGE");
 }
 
 } // namespace
