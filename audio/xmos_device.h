@@ -1,11 +1,13 @@
 // The far-field device as the detection thread sees it: a source of key
 // events and a vendor control endpoint. On the television this is the
-// XMOS board's input event node and its USB device; with ZOR_XMOS_DEVICE set
-// to a Unix socket path it is the simulated board listening there.
+// XMOS board's input event node and its USB device. Development builds
+// (ZOR_SIM_BOARD) also carry the simulated board, which the environment
+// variable ZOR_XMOS_DEVICE selects; the television's build has neither.
 #ifndef ZOR_AUDIO_XMOS_DEVICE_H
 #define ZOR_AUDIO_XMOS_DEVICE_H
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 
 namespace zor::audio
@@ -52,12 +54,22 @@ struct XmosOpenParams {
     unsigned openDelayMs = 100;
 };
 
-// Opens the board: the simulator when ZOR_XMOS_DEVICE is set, else the
-// television's event node and USB device. Null on failure, after the
-// failure's log line.
+// Opens the board: the one that setXmosDeviceOpener() installed, else (in
+// development builds only) the simulator when ZOR_XMOS_DEVICE names its
+// socket, else the television's event node and USB device. Null on failure,
+// after the failure's log line. Called on the detection thread.
 std::unique_ptr<XmosDevice> openXmosDevice(const XmosOpenParams& params);
 
+// The seam for the project's tests and benchmarks: the detection thread
+// opens its board through `opener` from its next start on (an empty one
+// restores the default). Any thread.
+using XmosDeviceOpener = std::function<std::unique_ptr<XmosDevice>(const XmosOpenParams&)>;
+void setXmosDeviceOpener(XmosDeviceOpener opener);
+
 std::unique_ptr<XmosDevice> openUsbXmosDevice(const XmosOpenParams& params);
+// The simulated board listening on the Unix socket `socketPath`
+// (audio/xmos_sim_protocol.h). Part of libzor in development builds only; the
+// tests link it themselves.
 std::unique_ptr<XmosDevice> openSimulatedXmosDevice(const char* socketPath,
                                                     const XmosOpenParams& params);
 

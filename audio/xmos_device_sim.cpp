@@ -1,5 +1,5 @@
 // The simulated far-field board: key events and control transfers travel as
-// packets over the Unix socket that ZOR_XMOS_DEVICE names.
+// packets over a Unix socket that the simulator listens on.
 #include "audio/xmos_device.h"
 
 #include "audio/unique_fd.h"
@@ -10,7 +10,6 @@
 #include <cerrno>
 #include <chrono>
 #include <cstddef>
-#include <cstdlib>
 #include <cstring>
 #include <deque>
 #include <poll.h>
@@ -164,14 +163,6 @@ std::unique_ptr<XmosDevice> openSimulatedXmosDevice(const char* socketPath,
     }
     ZOR_FFM_LOG("Get HID_DEVICE Success (%d)\n\n", fd.get());
     return std::make_unique<SimulatedXmosDevice>(std::move(fd));
-}
-
-std::unique_ptr<XmosDevice> openXmosDevice(const XmosOpenParams& params)
-{
-    const char* simulator = getenv("ZOR_XMOS_DEVICE");
-    if (simulator != nullptr && simulator[0] != '\0')
-        return openSimulatedXmosDevice(simulator, params);
-    return openUsbXmosDevice(params);
 }
 
 } // namespace zor::audio

@@ -4,6 +4,7 @@
 #include "audio/ffm_capture.h"
 #include "audio/ffm_pipeline.h"
 #include "audio/ffm_ring.h"
+#include "audio/xmos_device.h"
 #include "sim/xmos_simulator.h"
 #include "zor/zor_audio.h"
 
@@ -133,7 +134,9 @@ void BM_KeyPressToWakeWordCallback(benchmark::State& state)
 {
     const std::string dir = benchDir();
     const std::string socket = dir + "/xmos.sock";
-    setenv("ZOR_XMOS_DEVICE", socket.c_str(), 1);
+    zor::audio::setXmosDeviceOpener([socket](const zor::audio::XmosOpenParams& params) {
+        return zor::audio::openSimulatedXmosDevice(socket.c_str(), params);
+    });
     ffm::setParams(benchParams());
     zor::sim::XmosSimulator board;
     std::string error;

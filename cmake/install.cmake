@@ -1,6 +1,9 @@
 # Installation: libzor.so and libmup.so with their headers, pkg-config files
 # (zor.pc, mup.pc) and a CMake package (find_package(zor) gives zor::zor and
 # zor::mup), the simulator and the tools, and the ALSA file-device set-up.
+# The bundled libmup is the install component "mup" (cmake --install
+# --component mup installs it alone); a build against an installed libmup
+# installs libzor only, and its package finds that libmup again.
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 
@@ -9,14 +12,33 @@ set(ZOR_INSTALL_CMAKEDIR ${CMAKE_INSTALL_LIBDIR}/cmake/zor)
 # libzor.so finds libmup.so beside itself, wherever the prefix is: an
 # application's run path does not apply to its libraries' own dependencies.
 set_target_properties(zor PROPERTIES INSTALL_RPATH "$ORIGIN")
-install(TARGETS zor mup EXPORT zorTargets
+install(TARGETS zor EXPORT zorTargets
     LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
     ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
     RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR}
     INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
-install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/zor ${PROJECT_SOURCE_DIR}/include/mup
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/zor
     DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
     FILES_MATCHING PATTERN "*.h")
+if(ZOR_MUP_BUNDLED)
+    install(TARGETS mup EXPORT zorTargets COMPONENT mup
+        LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+        ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
+        RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR}
+        INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+    install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/mup
+        DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
+        COMPONENT mup
+        FILES_MATCHING PATTERN "*.h")
+    set(ZOR_CONFIG_MUP "")
+    set(ZOR_PC_REQUIRES "mup = ${PROJECT_VERSION}")
+else()
+    # The package finds the installed libmup the way this build did.
+    install(FILES ${PROJECT_SOURCE_DIR}/cmake/mup.cmake
+        DESTINATION ${ZOR_INSTALL_CMAKEDIR} RENAME zorMup.cmake)
+    set(ZOR_CONFIG_MUP "set(ZOR_MUP \"${ZOR_MUP}\")\ninclude(\"\${CMAKE_CURRENT_LIST_DIR}/zorMup.cmake\")")
+    set(ZOR_PC_REQUIRES "mup")
+endif()
 install(FILES ${PROJECT_BINARY_DIR}/include/zor/zor_version.h
     DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/zor)
 
@@ -46,10 +68,12 @@ if(IS_ABSOLUTE "${CMAKE_INSTALL_INCLUDEDIR}")
 else()
     set(ZOR_PC_INCLUDEDIR "\${prefix}/${CMAKE_INSTALL_INCLUDEDIR}")
 endif()
-foreach(pc zor mup)
-    configure_file(${PROJECT_SOURCE_DIR}/cmake/${pc}.pc.in ${PROJECT_BINARY_DIR}/${pc}.pc @ONLY)
-    install(FILES ${PROJECT_BINARY_DIR}/${pc}.pc DESTINATION ${ZOR_PC_DIR})
-endforeach()
+configure_file(${PROJECT_SOURCE_DIR}/cmake/zor.pc.in ${PROJECT_BINARY_DIR}/zor.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/zor.pc DESTINATION ${ZOR_PC_DIR})
+if(ZOR_MUP_BUNDLED)
+    configure_file(${PROJECT_SOURCE_DIR}/cmake/mup.pc.in ${PROJECT_BINARY_DIR}/mup.pc @ONLY)
+    install(FILES ${PROJECT_BINARY_DIR}/mup.pc DESTINATION ${ZOR_PC_DIR} COMPONENT mup)
+endif()
 
 if(ZOR_BUILD_TOOLS)
     # zorctl needs libmup.so; found beside the programs' own prefix.

@@ -4,8 +4,6 @@
 #ifndef ZOR_SERVER_INBOUND_COMMANDS_H
 #define ZOR_SERVER_INBOUND_COMMANDS_H
 
-#include "mup/frame.h"
-
 #include <cstdint>
 
 namespace OXAPC
@@ -64,10 +62,11 @@ constexpr unsigned kLanguageBytes = 4;
 constexpr unsigned kCountryBytes = 3;
 constexpr unsigned kCertificateTextBytes = 129;
 
-// The messaging layer carries at most 1 MiB of payload in one frame; a PCM
-// command (count word, then 2 bytes per sample) can never carry more samples
-// than fit in it, so a larger count is refused before anything is allocated.
-constexpr uint64_t kMaxFramePayload = mup::kMaxPayload;
+// The messaging layer carries at most 1 MiB of payload in one frame (its
+// interface, mup/mup.h, says so); a PCM command (count word, then 2 bytes per
+// sample) can never carry more samples than fit in it, so a larger count is
+// refused before anything is allocated.
+constexpr uint64_t kMaxFramePayload = 1024 * 1024;
 constexpr uint64_t kMaxPcmSamples = (kMaxFramePayload - 4) / 2;
 
 } // namespace zor::inbound

@@ -46,6 +46,16 @@ constexpr auto kAnswerAfterWrite = milliseconds(5);
 constexpr auto kAnswerBeforeNext = milliseconds(3);
 constexpr uint16_t kEvKey = 1;
 constexpr uint16_t kKeyF23 = 193;
+// The one control transfer the board answers: the wake-word engine's indexes
+// (vendor request, device to host). It stalls every other.
+constexpr uint8_t kIndexQueryType = 0xC0;
+constexpr uint8_t kIndexQueryRequest = 0;
+constexpr uint16_t kIndexQueryValue = 0xAF;
+constexpr uint16_t kIndexQueryIndex = 0xE0;
+constexpr uint16_t kIndexQueryLength = 25;
+constexpr int32_t kLibusbErrorPipe = -9;
+// Requests kept for controlRequests().
+constexpr size_t kKeptRequests = 64;
 
 void closeFd(int& fd)
 {
@@ -97,6 +107,7 @@ struct XmosSimulator::Impl {
     bool running = false;
     std::function<void(const Played&)> playedObserver;
     std::function<void(const KeyPress&)> keyObserver;
+    std::deque<ControlRequest> requests;
 
     std::atomic<uint64_t> current{0};
     std::atomic<bool> connected{false};
@@ -124,6 +135,7 @@ struct XmosSimulator::Impl {
     void serve(Clock::time_point until);
     void tick();
     void answerQuery();
+    void takeRequest(const uint8_t* packet, size_t size);
     uint64_t readIndex();
     void sendKey(int32_t value);
     uint64_t enqueue(std::vector<int16_t> mono, int64_t begin, int64_t end);
@@ -209,6 +221,33 @@ void XmosSimulator::Impl::answerQuery()
     queries.fetch_add(1);
 }
 
+// A control transfer from the library: the index query waits for its moment
+// between two periods, anything else is stalled at once.
+void XmosSimulator::Impl::takeRequest(const uint8_t* packet, size_t size)
+{
+    xmos_sim::ControlRequestMessage message;
+    const bool complete = size >= sizeof(message);
+    if (complete)
+        memcpy(static_cast<void*>(&message), packet, sizeof(message));
+    {
+        std::lock_guard<std::mutex> lock(mutex);
+        if (requests.size() == kKeptRequests)
+            requests.pop_front();
+        requests.push_back({complete, message.requestType, message.request, message.value,
+                            message.index, message.length});
+    }
+    if (complete && message.requestType == kIndexQueryType &&
+        message.request == kIndexQueryRequest && message.value == kIndexQueryValue &&
+        message.index == kIndexQueryIndex && message.length == kIndexQueryLength) {
+        queryPending = true;
+        return;
+    }
+    xmos_sim::ControlReplyMessage stall;
+    stall.result = kLibusbErrorPipe;
+    if (connFd >= 0)
+        send(connFd, &stall, sizeof(stall), MSG_NOSIGNAL | MSG_DONTWAIT);
+}
+
 // Handles the device socket until `until`.
 void XmosSimulator::Impl::serve(Clock::time_point until)
 {
@@ -255,7 +294,7 @@ void XmosSimulator::Impl::serve(Clock::time_point until)
                 connected.store(false);
                 queryPending = false;
             } else if (n > 0 && packet[0] == xmos_sim::kControlRequest) {
-                queryPending = true;
+                takeRequest(packet, static_cast<size_t>(n));
             }
         }
     }
@@ -676,6 +715,12 @@ bool XmosSimulator::captureReading() const
 unsigned XmosSimulator::queriesAnswered() const
 {
     return m_impl->queries.load();
+}
+
+std::vector<XmosSimulator::ControlRequest> XmosSimulator::controlRequests() const
+{
+    std::lock_guard<std::mutex> lock(m_impl->mutex);
+    return {m_impl->requests.begin(), m_impl->requests.end()};
 }
 
 bool XmosSimulator::readWav(const std::string& path, std::vector<int16_t>& mono, std::string* error)

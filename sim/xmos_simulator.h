@@ -2,8 +2,12 @@
 // capture FIFO of sim/alsa/asound.conf in real time (16 kHz stereo, the
 // signal on channel 0, silence between utterances so the capture never
 // starves), presses KEY_F23 once a keyword has been played, and answers the
-// library's index query over the device socket that ZOR_XMOS_DEVICE names
-// (protocol in audio/xmos_sim_protocol.h).
+// library's index query over its device socket (protocol in
+// audio/xmos_sim_protocol.h; development builds of libzor find it through
+// ZOR_XMOS_DEVICE, the tests through setXmosDeviceOpener()). Like the real
+// board it answers only that vendor request (type 0xC0, request 0, value
+// 0xAF, index 0xE0, 25 bytes) and stalls every other control transfer
+// (LIBUSB_ERROR_PIPE).
 //
 // Device indexes count the samples the library has actually read: samples
 // written into the FIFO minus those still unread in it. The index query is
@@ -46,6 +50,16 @@ public:
         uint64_t keywordBegin = 0;
         uint64_t keywordEnd = 0;
         std::chrono::steady_clock::time_point when;
+    };
+    // A control transfer as the library sent it (complete is false for a
+    // packet too short to carry one).
+    struct ControlRequest {
+        bool complete = false;
+        uint8_t requestType = 0;
+        uint8_t request = 0;
+        uint16_t value = 0;
+        uint16_t index = 0;
+        uint16_t length = 0;
     };
 
     XmosSimulator();
@@ -94,6 +108,8 @@ public:
     bool libraryConnected() const;
     bool captureReading() const; // a capture has the FIFO open
     unsigned queriesAnswered() const;
+    // The last 64 control transfers received, oldest first.
+    std::vector<ControlRequest> controlRequests() const;
 
     // Synthesises `text` into 16 kHz mono; false with `error` set.
     static bool synthesize(const std::string& text, std::vector<int16_t>& mono, std::string* error);

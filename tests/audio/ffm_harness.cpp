@@ -1,6 +1,7 @@
 #include "tests/audio/ffm_harness.h"
 
 #include "audio/ffm_pipeline.h"
+#include "audio/xmos_device.h"
 #include "zor/zor_audio.h"
 
 #include <gtest/gtest.h>
@@ -88,7 +89,9 @@ FfmBench::FfmBench()
 {
     using namespace audio::ffm;
     const std::string socket = m_alsa.dir() + "/xmos.sock";
-    setenv("ZOR_XMOS_DEVICE", socket.c_str(), 1);
+    audio::setXmosDeviceOpener([socket](const audio::XmosOpenParams& params) {
+        return audio::openSimulatedXmosDevice(socket.c_str(), params);
+    });
     Params settings;
     settings.dumpDir = m_alsa.dumpDir();
     settings.captureOpenAttempts = 3;
@@ -115,7 +118,7 @@ FfmBench::~FfmBench()
         ADD_FAILURE() << "the far-field threads did not end";
     m_board.stop();
     youtube_softmic_alsa_write_stop();
-    unsetenv("ZOR_XMOS_DEVICE");
+    audio::setXmosDeviceOpener(nullptr);
 }
 
 bool FfmBench::running()

@@ -1,6 +1,8 @@
 // The middleware's commands, sent from another process through the real
 // sockets, reach the application's callbacks with the right arguments, and
 // the sender gets the right reply.
+#include "mup/frame.h"
+#include "server/inbound_commands.h"
 #include "tests/server/inbound_harness.h"
 #include "zor/zor.h"
 
@@ -15,6 +17,10 @@ using testing::HasSubstr;
 
 namespace
 {
+
+// libzor keeps its own copy of the messaging layer's payload limit (it may
+// include nothing of libmup but mup/mup.h); the bundled libmup's must match.
+static_assert(zor::inbound::kMaxFramePayload == mup::kMaxPayload);
 
 constexpr const char* kAvsServer = "oxa.kel.idtv.client";
 
