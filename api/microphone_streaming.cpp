@@ -17,7 +17,8 @@
 #include "zor/zor_audio.h"
 #include "zor/zor_transport.h"
 
-#include <deque>
+#include <array>
+#include <cstddef>
 #include <mutex>
 
 using namespace OXAPC;
@@ -37,8 +38,35 @@ struct Switch {
     int32_t source;
 };
 
+// Switches handed over, oldest first: a fixed ring, so that handing one
+// over never allocates.
+class WaitingSwitches
+{
+public:
+    bool full() const { return m_count == m_slots.size(); }
+    bool empty() const { return m_count == 0; }
+    size_t size() const { return m_count; }
+    void push(const Switch& change)
+    {
+        m_slots[(m_first + m_count) % m_slots.size()] = change;
+        ++m_count;
+    }
+    Switch pop()
+    {
+        const Switch change = m_slots[m_first];
+        m_first = (m_first + 1) % m_slots.size();
+        --m_count;
+        return change;
+    }
+
+private:
+    std::array<Switch, kMaxWaitingSwitches> m_slots{};
+    size_t m_first = 0;
+    size_t m_count = 0;
+};
+
 std::mutex gSwitchLock; // genSource and gbCaptured changes, gWaiting, gSwitching
-std::deque<Switch> gWaiting;
+WaitingSwitches gWaiting;
 bool gSwitching = false; // a thread is carrying switches out
 
 // Sources 0 to 2 have something to switch; any other value streams nothing.
@@ -78,7 +106,7 @@ int carryOut(const Switch& change)
 // switching and too many wait for it already.
 bool roomFor(const char* function)
 {
-    if (!gSwitching || gWaiting.size() < kMaxWaitingSwitches)
+    if (!gSwitching || !gWaiting.full())
         return true;
     zor::log::line(zor::log::Family::Error, function, __LINE__,
                    "%zu microphone starts and stops wait already, refused\n", gWaiting.size());
@@ -91,7 +119,7 @@ bool roomFor(const char* function)
 int carryOutInTurn(std::unique_lock<std::mutex>& lock, const Switch& change)
 {
     if (gSwitching) {
-        gWaiting.push_back(change);
+        gWaiting.push(change);
         return change.source == EN_AVS_AUDIO_SOURCE_FFM ? 1 : 0;
     }
     gSwitching = true;
@@ -103,8 +131,7 @@ int carryOutInTurn(std::unique_lock<std::mutex>& lock, const Switch& change)
             gSwitching = false;
             return result;
         }
-        const Switch next = gWaiting.front();
-        gWaiting.pop_front();
+        const Switch next = gWaiting.pop();
         lock.unlock();
         carryOut(next);
     }
