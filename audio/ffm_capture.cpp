@@ -235,6 +235,7 @@ int kel_avs_ffm_alsa_capture_init(_ST_FFM_CAPTURE_BUF_CFG* cap, _ST_FFM_RING_BUF
     ZOR_FFM_LOG("get_period_size,  data->frames = %d\n\n", static_cast<int>(cap->frames));
     if (cap->frames == 0)
         cap->frames = kPeriodFrames;
+    cap->readFailures.setPeriod(cap->frames, rate);
 
     cap->u32StereoBufSize = static_cast<uint32_t>(cap->frames * 4);
     cap->u32MonoBufSize = static_cast<uint32_t>(cap->frames * 2);
@@ -335,15 +336,28 @@ int kel_avs_ffm_alsa_capture_write(_ST_FFM_CAPTURE_BUF_CFG* cap, _ST_FFM_RING_BU
     snd_pcm_t* pcm = cap->handle.get();
     const snd_pcm_sframes_t got = snd_pcm_readi(pcm, cap->pStereoBuf.get(), cap->frames);
     cap->s32Ret = static_cast<int32_t>(got);
-    if (got == -EPIPE) {
-        ZOR_FFM_LOG("overrun occurred %s\n\n", snd_strerror(cap->s32Ret));
-        snd_pcm_prepare(pcm);
-        return 0;
-    }
     if (got < 0) {
-        kel_avs_ffm_capture_read_failed(static_cast<int>(got));
+        // The period is lost and the ring's indexes stay. A device that has
+        // gone stops both threads; from other failures the stream is brought
+        // back (an overrun, a suspend) and read again, once a period while
+        // it keeps failing.
+        const int error = static_cast<int>(got);
+        if (kel_avs_ffm_device_gone(error)) {
+            kel_avs_ffm_capture_read_failed(error);
+            return 0;
+        }
+        if (cap->readFailures.lineDue(error)) {
+            if (error == -EPIPE)
+                ZOR_FFM_LOG("overrun occurred %s\n\n", snd_strerror(error));
+            else
+                kel_avs_ffm_capture_read_failed(error);
+        }
+        recoverPcm(pcm, error);
+        cap->readFailures.pace();
         return 0;
     }
+    if (const unsigned failed = cap->readFailures.succeeded())
+        ZOR_FFM_LOG("read recovered after %u failed reads\n\n", failed);
     if (got < static_cast<snd_pcm_sframes_t>(cap->frames))
         ZOR_FFM_LOG("short read, read %d frames\n\n", static_cast<int>(got));
 

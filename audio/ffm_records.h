@@ -4,6 +4,8 @@
 #ifndef ZOR_AUDIO_FFM_RECORDS_H
 #define ZOR_AUDIO_FFM_RECORDS_H
 
+#include "audio/pcm_failures.h"
+
 #include <alsa/asoundlib.h>
 
 #include <atomic>
@@ -66,6 +68,8 @@ struct _ST_FFM_CAPTURE_BUF_CFG {
     char szPcmFile[256] = {};
     char szWWFile[256] = {};
     char szLogFile[256] = {};
+    // Failed reads in a row: their pace and their lines.
+    FailureRun readFailures;
 
     // Back to the state of a record that never ran (descriptors are not
     // closed here: the stop step owns them).

@@ -25,6 +25,7 @@ void _ST_FFM_CAPTURE_BUF_CFG::reset()
     szPcmFile[0] = '\0';
     szWWFile[0] = '\0';
     szLogFile[0] = '\0';
+    readFailures = FailureRun();
 }
 
 void _ST_FFM_RING_BUF_CFG::reset()

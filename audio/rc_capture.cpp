@@ -4,6 +4,7 @@
 #include "audio/rc_capture.h"
 
 #include "audio/alsa_pcm.h"
+#include "audio/pcm_failures.h"
 #include "audio/unique_fd.h"
 #include "transport/log.h"
 #include "zor/zor_audio.h"
@@ -55,6 +56,7 @@ struct CaptureContext {
     std::vector<unsigned char> periodBuffer;
     UniqueFd dumpFd;
     char dumpPath[kPathSize] = {};
+    FailureRun readFailures;
 };
 
 int readState()
@@ -98,17 +100,25 @@ int alsaCaptureInit(CaptureContext& context, const std::string& dumpDir)
     }
     snd_pcm_t* pcm = context.pcm.get();
     snd_pcm_hw_params_any(pcm, params.get());
-    // A device that lacks one of these still gets a chance: applying the
-    // parameters below is what decides.
-    snd_pcm_hw_params_set_access(pcm, params.get(), SND_PCM_ACCESS_RW_INTERLEAVED);
-    snd_pcm_hw_params_set_format(pcm, params.get(), SND_PCM_FORMAT_S16_LE);
-    snd_pcm_hw_params_set_channels(pcm, params.get(), 1);
+    // These three print no line of their own; a device that refuses one is
+    // refused at the step that applies the parameters, rather than captured
+    // in a layout that the callback and the dump do not expect.
+    const int refused[] = {
+        snd_pcm_hw_params_set_access(pcm, params.get(), SND_PCM_ACCESS_RW_INTERLEAVED),
+        snd_pcm_hw_params_set_format(pcm, params.get(), SND_PCM_FORMAT_S16_LE),
+        snd_pcm_hw_params_set_channels(pcm, params.get(), 1),
+    };
     context.rate = kRequestedRate;
     snd_pcm_hw_params_set_rate_near(pcm, params.get(), &context.rate, &context.dir);
     context.periodFrames = kRequestedPeriodFrames;
     snd_pcm_hw_params_set_period_size_near(pcm, params.get(), &context.periodFrames, &context.dir);
 
-    context.lastResult = snd_pcm_hw_params(pcm, params.get());
+    context.lastResult = 0;
+    for (int result : refused)
+        if (result < 0 && context.lastResult == 0)
+            context.lastResult = result;
+    if (context.lastResult == 0)
+        context.lastResult = snd_pcm_hw_params(pcm, params.get());
     if (context.lastResult < 0) {
         ZOR_PRINT("unable to set hw parameters: %s\n", snd_strerror(context.lastResult));
         return -1;
@@ -116,6 +126,7 @@ int alsaCaptureInit(CaptureContext& context, const std::string& dumpDir)
 
     snd_pcm_hw_params_get_period_size(params.get(), &context.periodFrames, &context.dir);
     context.periodBytes = static_cast<unsigned>(context.periodFrames * 2);
+    context.readFailures.setPeriod(context.periodFrames, context.rate);
     try {
         context.periodBuffer.assign(context.periodBytes, 0);
     } catch (const std::bad_alloc&) {
@@ -132,15 +143,22 @@ void alsaCaptureWrite(CaptureContext& context)
     const snd_pcm_sframes_t frames =
         snd_pcm_readi(pcm, context.periodBuffer.data(), context.periodFrames);
     context.lastResult = static_cast<int>(frames);
-    if (frames == -EPIPE) {
-        // Overrun: the period is lost, capture goes on from a fresh start.
-        snd_pcm_prepare(pcm);
-        return;
-    }
     if (frames < 0) {
-        ZOR_PRINT("error from read: %s\n", snd_strerror(static_cast<int>(frames)));
+        // Overrun: the period is lost, capture goes on from a fresh start.
+        // Other errors have their line; a suspended device is woken, one that
+        // has gone is read again once a period (capture goes on until it is
+        // stopped; the next start opens the device afresh).
+        const int error = static_cast<int>(frames);
+        if (error == -EPIPE)
+            context.readFailures.count(error);
+        else if (context.readFailures.lineDue(error))
+            ZOR_PRINT("error from read: %s\n", snd_strerror(error));
+        recoverPcm(pcm, error);
+        context.readFailures.pace();
         return;
     }
+    if (const unsigned failed = context.readFailures.succeeded())
+        ZOR_PRINT("read recovered after %u failed reads\n", failed);
     if (frames < static_cast<snd_pcm_sframes_t>(context.periodFrames))
         ZOR_PRINT("short read, read %d frames\n", static_cast<int>(frames));
 

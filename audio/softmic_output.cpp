@@ -3,6 +3,7 @@
 #include "audio/softmic_output.h"
 
 #include "audio/alsa_pcm.h"
+#include "audio/pcm_failures.h"
 #include "transport/log.h"
 #include "zor/zor_audio.h"
 
@@ -35,6 +36,8 @@ std::mutex controlMutex;
 // only between two periods.
 std::mutex handleMutex;
 PcmHandle write_handle;
+// Failed writes in a row on the open output, under handleMutex.
+FailureRun writeFailures;
 
 // Takes the open output away from the writer; the caller closes it (with a
 // drain) outside the write lock, so the capture thread never waits for it.
@@ -54,11 +57,20 @@ int softmicWritePeriod(const void* mono, unsigned frames)
     if (!write_handle)
         return 0;
     const snd_pcm_sframes_t written = snd_pcm_writei(write_handle.get(), mono, frames);
-    if (written == -EPIPE) {
-        // Underrun: start the device again; this period is lost.
-        snd_pcm_prepare(write_handle.get());
-        return -EPIPE;
+    if (written < 0) {
+        // The period is dropped. An underrun or a suspend is recovered for
+        // the next period; the capture thread's own read paces the attempts,
+        // so only the lines of a device that keeps failing are thinned out.
+        const int error = static_cast<int>(written);
+        if (error == -EPIPE)
+            writeFailures.count(error);
+        else if (writeFailures.lineDue(error))
+            ZOR_FFM_LOG("short read, read %d frames\n\n", error);
+        recoverPcm(write_handle.get(), error);
+        return error;
     }
+    if (const unsigned failed = writeFailures.succeeded())
+        ZOR_FFM_LOG("write recovered after %u failed writes\n\n", failed);
     if (written != static_cast<snd_pcm_sframes_t>(frames))
         ZOR_FFM_LOG("short read, read %d frames\n\n", static_cast<int>(written));
     return static_cast<int>(written);
@@ -191,6 +203,7 @@ int youtube_softmic_alsa_write_init(void)
 
     std::lock_guard<std::mutex> lock(handleMutex);
     write_handle = std::move(pcm);
+    writeFailures = FailureRun();
     return 0;
 }
 

@@ -26,6 +26,29 @@ extern "C" {
  * before the capture state returns to "none". Device, dump-file and parameter
  * failures are reported on stdout only: the thread ends at once.
  * All four functions may be called from any thread.
+ *
+ * Devices that differ or fail:
+ *  - The rate and the period are asked "near" 16000 Hz and 32 frames: the
+ *    capture takes what the device grants without a line, and every callback
+ *    and dump write is one granted period (frames x 2 bytes).
+ *  - A device that refuses interleaved access, S16_LE or one channel fails
+ *    the set-up at its parameter step ("unable to set hw parameters: ...",
+ *    "Error: alsa capture initialize failed!") instead of capturing another
+ *    layout.
+ *  - Overrun: the device is prepared again and that period is not delivered;
+ *    no line.
+ *  - Short read: "short read, read N frames", and the whole period buffer is
+ *    delivered; past the N new frames it still holds the period before.
+ *  - Any other read error: "error from read: ...", and the capture goes on:
+ *    a suspended device is resumed (prepared when it cannot resume), a
+ *    stopped stream is prepared, and a device that has gone (-ENODEV) stays
+ *    open and is read again until the capture is stopped (the next start
+ *    opens it afresh).
+ *  - A device that keeps failing: the first failure after a good read is
+ *    retried at once, each further one a period later, so the thread never
+ *    spins. Of a run of failures only the first line, a line for each change
+ *    of error and one per 1000 failures are printed; the good read that ends
+ *    such a run prints "read recovered after N failed reads".
  * @{
  */
 
@@ -114,6 +137,17 @@ ZOR_EXPORT void alsaCaptureRegisterCallback(ZOR_PFN_PCM fn);
  *    direction ALSA reports) gets the adjustment line; the capture runs with
  *    the granted period, the soft-microphone output keeps the granted rate
  *    and period in g_alsa_write_handle.
+ *  - Capture read failures: an overrun prints "overrun occurred ...", the
+ *    stream is prepared again and the period is lost (the ring's indexes do
+ *    not move). A short read prints its line and the whole period goes into
+ *    the ring (past the new frames it still holds the period before). A
+ *    device that has gone (-ENODEV, -ENXIO) stops both threads (above).
+ *    Any other error prints "error from read: ..." and capture goes on: a
+ *    suspended device is resumed (or prepared when it cannot resume), a
+ *    stopped stream prepared. A device that keeps failing is read again
+ *    once a period after its second failure in a row, and of such a run
+ *    only the first line, one per change of error and one per 1000 failures
+ *    are printed, then "read recovered after N failed reads".
  *  - Dump files (raw PCM, no header) "/tmp/PCM_rec<UTC stamp>.pcm",
  *    "/tmp/WW_rec<stamp>.pcm" and "/tmp/FFM_read_<stamp>.log" are created
  *    with mode 0644 per start; a start within the same second truncates the
@@ -179,6 +213,16 @@ ZOR_EXPORT void KEL_AVS_FFM_RegisterffmsendAudioPCMDCallback(ZOR_PFN_PCM fn);
  * and stop come from the server thread; they may be called from any thread and
  * are serialised against each other and against the capture thread's writes
  * (a stop or set-up waits for the period being written, at most one period).
+ *
+ * Failing writes drop their period. An underrun prepares the device again
+ * without a line. Other errors print "short read, read <error> frames" (the
+ * negative ALSA error) and are recovered where the device allows it (a
+ * suspended device is resumed or prepared for the next period); a device
+ * that keeps failing prints that line once, then one per change of error
+ * and one per 1000 failures, and "write recovered after N failed writes"
+ * once it takes a period again. A device that has gone stays open and fails
+ * each period until the soft microphone is stopped. The writes are paced by
+ * the capture thread's periods.
  * @{
  */
 
