@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdlib>
 #include <dirent.h>
@@ -43,6 +44,45 @@ void AlsaSim::useConfig(const std::string& text)
     const std::string path = m_dir + "/asound.conf";
     std::ofstream(path) << text;
     setenv("ALSA_CONFIG_PATH", path.c_str(), 1);
+}
+
+std::string AlsaSim::cardPluginPath()
+{
+    return ZOR_ALSA_CARD_PLUGIN;
+}
+
+void AlsaSim::useCard(const std::vector<CardDevice>& devices)
+{
+    // "hw:C,D" refers to the definition pcm.zor_card_C_D.
+    std::string text = "pcm_type.zor_card { lib \"" + cardPluginPath() +
+                       "\" }\n"
+                       "pcm.hw {\n"
+                       "  @args [ CARD DEV SUBDEV ]\n"
+                       "  @args.CARD { type string default \"0\" }\n"
+                       "  @args.DEV { type integer default 0 }\n"
+                       "  @args.SUBDEV { type integer default -1 }\n"
+                       "  @func refer\n"
+                       "  name { @func concat strings [ \"pcm.zor_card_\" $CARD \"_\" $DEV ] }\n"
+                       "}\n";
+    for (const CardDevice& device : devices) {
+        std::string name = device.card;
+        std::replace(name.begin(), name.end(), ',', '_');
+        const std::string files = m_dir + "/pcm" + device.card;
+        text += "pcm.zor_card_" + name + " {\n  type zor_card\n  capture \"" + files +
+                ".in\"\n  playback \"" + files + ".out\"\n  " + device.keys + "\n}\n";
+    }
+    useConfig(text);
+}
+
+std::string AlsaSim::tracePath(const std::string& card) const
+{
+    return m_dir + "/trace" + card + ".txt";
+}
+
+std::vector<std::string> AlsaSim::traceLines(const std::string& card) const
+{
+    const Bytes bytes = readFile(tracePath(card));
+    return splitLines(std::string(bytes.begin(), bytes.end()));
 }
 
 void AlsaSim::useSimConfig()
@@ -96,6 +136,36 @@ std::vector<std::string> splitLines(const std::string& text)
     for (std::string line; std::getline(in, line);)
         lines.push_back(line);
     return lines;
+}
+
+bool waitFor(const std::function<bool()>& condition, int timeoutMs)
+{
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > deadline)
+            return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    }
+    return true;
+}
+
+StdoutCapture::StdoutCapture()
+{
+    testing::internal::CaptureStdout();
+}
+
+StdoutCapture::~StdoutCapture()
+{
+    if (m_active)
+        testing::internal::GetCapturedStdout();
+}
+
+std::string StdoutCapture::take()
+{
+    if (!m_active)
+        return {};
+    m_active = false;
+    return testing::internal::GetCapturedStdout();
 }
 
 } // namespace zor::test

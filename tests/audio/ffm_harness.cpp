@@ -74,17 +74,6 @@ void FfmApplication::clear()
     streamOnWakeWord = true;
 }
 
-bool waitFor(const std::function<bool()>& condition, int timeoutMs)
-{
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > deadline)
-            return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(2));
-    }
-    return true;
-}
-
 FfmBench::FfmBench()
 {
     using namespace audio::ffm;

@@ -36,8 +36,6 @@ struct FfmApplication {
     static FfmApplication& instance();
 };
 
-bool waitFor(const std::function<bool()>& condition, int timeoutMs = 5000);
-
 class FfmBench
 {
 public:

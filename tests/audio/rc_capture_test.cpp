@@ -30,6 +30,9 @@ namespace
 {
 
 constexpr unsigned kPeriodBytes = 64; // 32 frames of S16 mono
+// Waits that only time out when something hangs: generous, since a loaded
+// machine under a sanitizer can take seconds for a thread to run.
+constexpr int kWaitMs = 60000;
 
 // What the PCM callback saw; it runs on the capture thread.
 struct Recorder {
@@ -65,17 +68,6 @@ int recordPeriod(void* data, unsigned int size)
     return 0;
 }
 
-bool waitFor(const std::function<bool()>& condition, int timeoutMs = 5000)
-{
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > deadline)
-            return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    return true;
-}
-
 // Feeds a FIFO the way the television does: in period-sized writes, once
 // the capture has opened its end; keeps it open until told to close.
 class FifoWriter
@@ -100,7 +92,8 @@ private:
     {
         int fd = -1;
         // Non-blocking open fails with ENXIO until a reader is there.
-        if (!waitFor([&] { return (fd = open(path.c_str(), O_WRONLY | O_NONBLOCK)) >= 0; }))
+        if (!waitFor([&] { return (fd = open(path.c_str(), O_WRONLY | O_NONBLOCK)) >= 0; },
+                     kWaitMs))
             return;
         fcntl(fd, F_SETFL, 0);
         for (size_t offset = 0; offset < data.size(); offset += 640) {
@@ -142,8 +135,8 @@ protected:
     void TearDown() override
     {
         stopAlsaCaptureThread();
-        EXPECT_TRUE(zor::audio::waitForCaptureEnd(5000));
-        EXPECT_TRUE(waitForThreadCount(m_baseThreads));
+        EXPECT_TRUE(zor::audio::waitForCaptureEnd(kWaitMs));
+        EXPECT_TRUE(waitForThreadCount(m_baseThreads, kWaitMs));
         alsaCaptureRegisterCallback(nullptr);
     }
 
@@ -153,8 +146,8 @@ protected:
     // last line printed); `otherThreads` are the test's own.
     void waitForEnd(int otherThreads = 0)
     {
-        ASSERT_TRUE(zor::audio::waitForCaptureEnd(10000));
-        ASSERT_TRUE(waitForThreadCount(m_baseThreads + otherThreads));
+        ASSERT_TRUE(zor::audio::waitForCaptureEnd(kWaitMs));
+        ASSERT_TRUE(waitForThreadCount(m_baseThreads + otherThreads, kWaitMs));
     }
 
     std::vector<std::string> dumps() { return listDir(m_sim.dumpDir()); }
@@ -164,10 +157,10 @@ protected:
     std::string captureAndStopAfter(size_t bytes)
     {
         recorder.reset(bytes);
-        testing::internal::CaptureStdout();
+        StdoutCapture output;
         EXPECT_EQ(start(), 0);
         waitForEnd();
-        const std::vector<std::string> lines = splitLines(testing::internal::GetCapturedStdout());
+        const std::vector<std::string> lines = output.takeLines();
         std::smatch match;
         const std::regex closeLine(R"(close "hw:0,6" PCM device success\. \[file:(.*)\])");
         for (const std::string& line : lines)
@@ -201,10 +194,10 @@ TEST_P(RcCaptureDataTest, CallbackAndDumpReceiveExactlyTheInputInPeriods)
     }
 
     recorder.reset(input.size());
-    testing::internal::CaptureStdout();
+    StdoutCapture output;
     ASSERT_EQ(start(), 0);
     waitForEnd(writer ? 1 : 0);
-    const std::vector<std::string> lines = splitLines(testing::internal::GetCapturedStdout());
+    const std::vector<std::string> lines = output.takeLines();
     if (writer) {
         EXPECT_TRUE(writer->finish());
         writer.reset();
@@ -243,17 +236,19 @@ TEST_F(RcCaptureTest, WithoutCallbackTheDumpStillGetsEveryPeriod)
     writeFile(m_sim.captureInput(), input);
     alsaCaptureRegisterCallback(nullptr);
 
-    testing::internal::CaptureStdout();
+    StdoutCapture output;
     ASSERT_EQ(start(), 0);
-    ASSERT_TRUE(waitFor([&] {
-        const auto names = dumps();
-        struct stat info;
-        return names.size() == 1 && stat((m_sim.dumpDir() + names[0]).c_str(), &info) == 0 &&
-               static_cast<size_t>(info.st_size) >= input.size();
-    }));
+    ASSERT_TRUE(waitFor(
+        [&] {
+            const auto names = dumps();
+            struct stat info;
+            return names.size() == 1 && stat((m_sim.dumpDir() + names[0]).c_str(), &info) == 0 &&
+                   static_cast<size_t>(info.st_size) >= input.size();
+        },
+        kWaitMs));
     EXPECT_EQ(stopAlsaCaptureThread(), 0);
     waitForEnd();
-    const std::vector<std::string> lines = splitLines(testing::internal::GetCapturedStdout());
+    const std::vector<std::string> lines = output.takeLines();
 
     ASSERT_FALSE(lines.empty());
     EXPECT_EQ(lines[0], "Start ALSA capture thread! g_fptrSendAudioPCMDataCallback (nil)");
@@ -267,9 +262,9 @@ TEST_F(RcCaptureTest, WithoutCallbackTheDumpStillGetsEveryPeriod)
 
 TEST_F(RcCaptureTest, StopWithoutCaptureDoesNothing)
 {
-    testing::internal::CaptureStdout();
+    StdoutCapture output;
     EXPECT_EQ(stopAlsaCaptureThread(), 0);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+    EXPECT_EQ(output.take(), "");
     EXPECT_EQ(zor::audio::captureState(), -1);
     EXPECT_TRUE(dumps().empty());
 }
@@ -280,15 +275,15 @@ TEST_F(RcCaptureTest, StartWhileRunningStopsTheCaptureAndStartsNothing)
     writeFile(m_sim.captureInput(), input);
 
     ASSERT_EQ(start(), 0);
-    ASSERT_TRUE(waitFor([] { return recorder.size() >= kPeriodBytes; }));
+    ASSERT_TRUE(waitFor([] { return recorder.size() >= kPeriodBytes; }, kWaitMs));
     // Initialising the lock must not break it under a running capture.
     EXPECT_EQ(initCaptureThreadMutex(), 0);
 
-    testing::internal::CaptureStdout();
+    StdoutCapture output;
     EXPECT_EQ(start(), 0);
     const int stateAfterSecondStart = zor::audio::captureState();
     waitForEnd();
-    const std::vector<std::string> lines = splitLines(testing::internal::GetCapturedStdout());
+    const std::vector<std::string> lines = output.takeLines();
 
     EXPECT_NE(stateAfterSecondStart, 0);
     EXPECT_THAT(lines, Contains("Already a capture thread running. wait it stopping "));
@@ -310,7 +305,7 @@ TEST_F(RcCaptureTest, StopRightAfterStartIsHonoured)
     for (int i = 0; i < 20; ++i) {
         ASSERT_EQ(start(), 0);
         EXPECT_EQ(stopAlsaCaptureThread(), 0);
-        ASSERT_TRUE(zor::audio::waitForCaptureEnd(5000));
+        ASSERT_TRUE(zor::audio::waitForCaptureEnd(kWaitMs));
     }
     waitForEnd();
 }
@@ -362,10 +357,10 @@ TEST_P(RcCaptureFailureTest, ThreadEndsAndALaterStartWorks)
     std::string dumpDir = m_sim.dumpDir();
     failure.prepare(m_sim, dumpDir);
 
-    testing::internal::CaptureStdout();
+    StdoutCapture output;
     ASSERT_EQ(zor::audio::startAlsaCaptureThreadInto(dumpDir.c_str()), 0);
     waitForEnd();
-    const std::vector<std::string> lines = splitLines(testing::internal::GetCapturedStdout());
+    const std::vector<std::string> lines = output.takeLines();
 
     EXPECT_THAT(lines, Contains(failure.expectedLine));
     EXPECT_THAT(lines, Contains("Error: alsa capture initialize failed!"));
@@ -393,7 +388,7 @@ INSTANTIATE_TEST_SUITE_P(Failures, RcCaptureFailureTest, testing::ValuesIn(kFail
 TEST_F(RcCaptureTest, TwoHundredStartStopCyclesLeakNoDescriptorOrThread)
 {
     writeFile(m_sim.captureInput(), ramp(1000 * 32));
-    testing::internal::CaptureStdout();
+    StdoutCapture output;
     // Warm up: ALSA loads and caches its configuration on first use.
     ASSERT_EQ(start(), 0);
     stopAlsaCaptureThread();
@@ -405,16 +400,15 @@ TEST_F(RcCaptureTest, TwoHundredStartStopCyclesLeakNoDescriptorOrThread)
     for (int i = 0; i < 200; ++i) {
         ASSERT_EQ(start(), 0);
         if (i % 2 == 0) {
-            ASSERT_TRUE(waitFor([] { return recorder.size() > 0; }));
+            ASSERT_TRUE(waitFor([] { return recorder.size() > 0; }, kWaitMs));
         }
         EXPECT_EQ(stopAlsaCaptureThread(), 0);
-        ASSERT_TRUE(zor::audio::waitForCaptureEnd(5000)) << "cycle " << i;
+        ASSERT_TRUE(zor::audio::waitForCaptureEnd(kWaitMs)) << "cycle " << i;
         recorder.reset(0);
     }
-    EXPECT_TRUE(waitForThreadCount(threads));
+    EXPECT_TRUE(waitForThreadCount(threads, kWaitMs));
     EXPECT_EQ(settledThreadCount(), threads);
     EXPECT_EQ(openFdCount(), fds);
-    testing::internal::GetCapturedStdout();
 }
 
 } // namespace

@@ -28,9 +28,8 @@ protected:
     void SetUp() override { g_alsa_write_handle = {3, 2, 1, 16000, 896}; }
     void TearDown() override
     {
-        testing::internal::CaptureStdout();
+        StdoutCapture quiet;
         youtube_softmic_alsa_write_stop();
-        testing::internal::GetCapturedStdout();
     }
 
     // The far-field log lines of the output's set-up, prefix removed.
@@ -56,9 +55,9 @@ protected:
 
 TEST_F(SoftmicOutputTest, WrittenPeriodsReachTheOutputExactly)
 {
-    testing::internal::CaptureStdout();
+    StdoutCapture capture;
     ASSERT_EQ(youtube_softmic_alsa_write_init(), 0);
-    const std::string output = testing::internal::GetCapturedStdout();
+    const std::string output = capture.take();
     youtube_softmic_alsa_write_start();
 
     Bytes expected;
@@ -98,27 +97,27 @@ TEST_F(SoftmicOutputTest, NothingIsWrittenUnlessStartedAndOpen)
     const Bytes samples = ramp(kFrames);
 
     // Started but closed: only the flag changes, and stop clears it.
-    testing::internal::CaptureStdout();
+    StdoutCapture closed;
     youtube_softmic_alsa_write_start();
     EXPECT_TRUE(zor::audio::bYTSoftMicstart.load());
     EXPECT_EQ(zor::audio::softmicWritePeriod(samples.data(), kFrames), 0);
     youtube_softmic_alsa_write_stop();
     EXPECT_FALSE(zor::audio::bYTSoftMicstart.load());
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+    EXPECT_EQ(closed.take(), "");
     EXPECT_THAT(listDir(m_sim.dir()), testing::ElementsAre("dumps")); // nothing opened
 
     // Open but not started: nothing reaches the device.
-    testing::internal::CaptureStdout();
+    StdoutCapture opened;
     ASSERT_EQ(youtube_softmic_alsa_write_init(), 0);
     EXPECT_EQ(zor::audio::softmicWritePeriod(samples.data(), kFrames), 0);
     youtube_softmic_alsa_write_stop();
-    testing::internal::GetCapturedStdout();
+    opened.take();
     EXPECT_TRUE(readFile(m_sim.playbackOutput()).empty());
 }
 
 TEST_F(SoftmicOutputTest, SecondSetUpReopensWithoutLeaking)
 {
-    testing::internal::CaptureStdout();
+    StdoutCapture quiet;
     const int before = openFdCount();
     ASSERT_EQ(youtube_softmic_alsa_write_init(), 0);
     const int withOutput = openFdCount();
@@ -134,7 +133,7 @@ TEST_F(SoftmicOutputTest, SecondSetUpReopensWithoutLeaking)
 
     youtube_softmic_alsa_write_stop();
     EXPECT_EQ(openFdCount(), before);
-    testing::internal::GetCapturedStdout();
+    quiet.take();
     // The reopened device starts a new output.
     EXPECT_EQ(readFile(m_sim.playbackOutput()), second);
 }
@@ -168,10 +167,10 @@ class SoftmicSetUpFailureTest : public SoftmicOutputTest,
 TEST_P(SoftmicSetUpFailureTest, FailsClosedAndALaterSetUpWorks)
 {
     m_sim.useConfig(GetParam().config);
-    testing::internal::CaptureStdout();
+    StdoutCapture failed;
     EXPECT_EQ(youtube_softmic_alsa_write_init(), -1);
     youtube_softmic_alsa_write_start();
-    const std::vector<std::string> lines = setUpLines(testing::internal::GetCapturedStdout());
+    const std::vector<std::string> lines = setUpLines(failed.take());
     EXPECT_THAT(lines, Contains(GetParam().expectedLine));
     EXPECT_FALSE(zor::audio::softmicOutputOpen());
     EXPECT_TRUE(zor::audio::bYTSoftMicstart.load());
@@ -179,11 +178,11 @@ TEST_P(SoftmicSetUpFailureTest, FailsClosedAndALaterSetUpWorks)
     EXPECT_EQ(zor::audio::softmicWritePeriod(samples.data(), kFrames), 0);
 
     m_sim.useSimConfig();
-    testing::internal::CaptureStdout();
+    StdoutCapture again;
     EXPECT_EQ(youtube_softmic_alsa_write_init(), 0);
     EXPECT_EQ(zor::audio::softmicWritePeriod(samples.data(), kFrames), static_cast<int>(kFrames));
     youtube_softmic_alsa_write_stop();
-    testing::internal::GetCapturedStdout();
+    again.take();
     EXPECT_EQ(readFile(m_sim.playbackOutput()), samples);
 }
 
@@ -193,10 +192,12 @@ INSTANTIATE_TEST_SUITE_P(Failures, SoftmicSetUpFailureTest, testing::ValuesIn(kS
                          });
 
 // The far-field capture thread writes every period while the server thread
-// switches the soft microphone on and off.
+// switches the soft microphone on and off. Every third output waits until the
+// writer has got a period into it (however loaded the machine), so writes do
+// meet open outputs; the others are stopped at once, mid-write or not.
 TEST_F(SoftmicOutputTest, WritesRaceSafelyWithSetUpAndStop)
 {
-    testing::internal::CaptureStdout();
+    StdoutCapture quiet;
     std::atomic<bool> done{false};
     std::atomic<int> written{0};
     std::atomic<int> unexpected{0};
@@ -214,17 +215,18 @@ TEST_F(SoftmicOutputTest, WritesRaceSafelyWithSetUpAndStop)
     for (int i = 0; i < 100; ++i) {
         EXPECT_EQ(youtube_softmic_alsa_write_init(), 0);
         youtube_softmic_alsa_write_start();
-        std::this_thread::sleep_for(std::chrono::microseconds(200));
         if (i % 3 == 0) {
+            const int before = written.load();
+            EXPECT_TRUE(waitFor([&] { return written.load() > before; }, 60000));
             EXPECT_EQ(youtube_softmic_alsa_write_init(), 0); // over an open output
         }
         youtube_softmic_alsa_write_stop();
     }
     done = true;
     writer.join();
-    testing::internal::GetCapturedStdout();
+    quiet.take();
 
-    EXPECT_GT(written.load(), 0);
+    EXPECT_GE(written.load(), 34);
     EXPECT_EQ(unexpected.load(), 0);
     EXPECT_FALSE(zor::audio::softmicOutputOpen());
     // Whatever reached the last output is whole periods.
