@@ -375,7 +375,8 @@ snd_pcm_sframes_t cardTransfer(snd_pcm_ioplug_t* io, const snd_pcm_channel_area_
 
 int cardClose(snd_pcm_ioplug_t* io)
 {
-    delete cardOf(io);
+    // The PCM owned the card since it was created; it ends here.
+    std::unique_ptr<Card> owned(cardOf(io));
     return 0;
 }
 
@@ -752,9 +753,7 @@ int setConstraints(Card& card)
 int openCard(snd_pcm_t** pcmp, const char* name, snd_config_t* conf, snd_pcm_stream_t stream,
              int mode)
 {
-    std::unique_ptr<Card> card(new (std::nothrow) Card);
-    if (!card)
-        return -ENOMEM;
+    auto card = std::make_unique<Card>(); // a failed allocation throws, caught below
     std::string capture, playback, trace;
     int err = readConfig(conf, *card, capture, playback, trace);
     if (err < 0)

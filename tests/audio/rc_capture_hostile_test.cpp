@@ -84,6 +84,7 @@ struct Condition {
     std::string grantedRate;        // in the card's set-up trace line
     std::vector<std::string> lines; // printed, besides the usual ones
     std::vector<std::string> absent;
+    std::vector<std::string> traced = {}; // what the card saw besides transfers
 };
 
 void PrintTo(const Condition& condition, std::ostream* out)
@@ -121,7 +122,8 @@ std::vector<Condition> conditions()
          64,
          "16000",
          {},
-         {"error from read", "overrun", "recovered"}},
+         {"error from read", "overrun", "recovered"},
+         {"prepare " + std::to_string(kFaultFrame + 32)}},
         // Ten new frames; the rest of the period buffer still holds the end
         // of the period before, and the whole buffer goes out.
         {"ShortRead",
@@ -147,7 +149,8 @@ std::vector<Condition> conditions()
          64,
          "16000",
          {"error from read: Streams pipe error"},
-         {"recovered"}},
+         {"recovered"},
+         {"resume " + std::to_string(kFaultFrame)}},
     };
 }
 
@@ -229,8 +232,10 @@ TEST_P(RcCaptureConditionTest, DeliversWhatTheCardGaveOnce)
         EXPECT_THAT(lines, Contains(line));
     for (const std::string& text : c.absent)
         EXPECT_THAT(lines, Each(Not(HasSubstr(text))));
-    EXPECT_THAT(m_sim.traceLines("0,6"),
-                Contains(testing::StartsWith("hw_params " + c.grantedRate + " 1 ")));
+    const std::vector<std::string> trace = m_sim.traceLines("0,6");
+    EXPECT_THAT(trace, Contains(testing::StartsWith("hw_params " + c.grantedRate + " 1 ")));
+    for (const std::string& line : c.traced)
+        EXPECT_THAT(trace, Contains(line));
 }
 
 INSTANTIATE_TEST_SUITE_P(Card, RcCaptureConditionTest, testing::ValuesIn(conditions()),
@@ -298,22 +303,51 @@ TEST_F(RcCaptureHostileTest, FailingDeviceIsRetriedOncePerPeriod)
     EXPECT_EQ(recorder.bytes, inputFrames(0, kFaultFrame));
 }
 
-// A device that refuses the format: the set-up fails at the parameter step
-// and the capture ends; nothing is delivered.
-TEST_F(RcCaptureHostileTest, RefusedFormatFailsTheSetUp)
+// A card that cannot give what the capture needs: the set-up fails at its
+// step and the capture ends; nothing is delivered.
+struct Refusal {
+    const char* name;
+    std::vector<CardDevice> card;
+    const char* line;
+};
+
+void PrintTo(const Refusal& refusal, std::ostream* out)
+{
+    *out << refusal.name;
+}
+
+class RcCaptureRefusalTest : public RcCaptureHostileTest,
+                             public testing::WithParamInterface<Refusal>
+{
+};
+
+TEST_P(RcCaptureRefusalTest, FailingStepSaysSoAndTheCaptureEnds)
 {
     writeFile(m_sim.captureInput(), inputFrames(0, kInputFrames));
-    useCard("formats [ MU_LAW ] channels [ 1 ]");
+    m_sim.useCard(GetParam().card);
 
     StdoutCapture output;
     ASSERT_EQ(start(), 0);
     ASSERT_TRUE(waitForEnd());
     const std::vector<std::string> lines = output.takeLines();
 
-    EXPECT_THAT(lines, Contains("unable to set hw parameters: Invalid argument"));
+    EXPECT_THAT(lines, Contains(GetParam().line));
     EXPECT_THAT(lines, Contains("Error: alsa capture initialize failed!"));
     EXPECT_THAT(lines, Not(Contains("alsaCaptureInit success.")));
     EXPECT_TRUE(recorder.bytes.empty());
+    EXPECT_EQ(zor::audio::captureState(), -1);
 }
+
+INSTANTIATE_TEST_SUITE_P(
+    Card, RcCaptureRefusalTest,
+    testing::Values(
+        Refusal{"NoS16",
+                {{"0,6", "formats [ MU_LAW ] channels [ 1 ]"}},
+                "unable to set hw parameters: Invalid argument"},
+        Refusal{"StereoOnly",
+                {{"0,6", "channels [ 2 ]"}},
+                "unable to set hw parameters: Invalid argument"},
+        Refusal{"NoDevice", {{"0,5", ""}}, "unable to open pcm device: No such file or directory"}),
+    [](const testing::TestParamInfo<Refusal>& info) { return info.param.name; });
 
 } // namespace

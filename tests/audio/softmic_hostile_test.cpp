@@ -77,9 +77,10 @@ protected:
     }
 
     // Set-up and start on a card with `keys`; the set-up's lines.
-    std::vector<std::string> setUp(const std::string& keys, int expected = 0)
+    std::vector<std::string> setUp(const std::string& keys, int expected = 0,
+                                   const std::string& device = "0,3")
     {
-        m_sim.useCard({{"0,3", keys}});
+        m_sim.useCard({{device, keys + " trace \"" + m_sim.tracePath(device) + "\""}});
         StdoutCapture output;
         EXPECT_EQ(youtube_softmic_alsa_write_init(), expected);
         youtube_softmic_alsa_write_start();
@@ -164,6 +165,7 @@ struct Refusal {
     const char* name;
     std::string keys;
     const char* line;
+    std::string device = "0,3"; // the card's one device
 };
 
 void PrintTo(const Refusal& refusal, std::ostream* out)
@@ -177,7 +179,7 @@ class SoftmicRefusalTest : public SoftmicHostileTest, public testing::WithParamI
 
 TEST_P(SoftmicRefusalTest, FailingStepSaysSoAndNothingIsWritten)
 {
-    const std::vector<std::string> lines = setUp(GetParam().keys, -1);
+    const std::vector<std::string> lines = setUp(GetParam().keys, -1, GetParam().device);
     EXPECT_THAT(lines, Contains(GetParam().line));
     EXPECT_FALSE(zor::audio::softmicOutputOpen());
     std::vector<std::string> writeLines;
@@ -188,7 +190,8 @@ INSTANTIATE_TEST_SUITE_P(
     Card, SoftmicRefusalTest,
     testing::Values(
         Refusal{"NoS16", "formats [ S32_LE ]", "could not set alsa sample format:Invalid argument"},
-        Refusal{"StereoOnly", "channels [ 2 ]", "could not set alsa channels:Invalid argument"}),
+        Refusal{"StereoOnly", "channels [ 2 ]", "could not set alsa channels:Invalid argument"},
+        Refusal{"NoDevice", "", "unable to open pcm device: No such file or directory", "0,5"}),
     [](const testing::TestParamInfo<Refusal>& info) { return info.param.name; });
 
 // ---- Failing writes ---------------------------------------------------------------
@@ -199,6 +202,7 @@ struct WriteFault {
     std::vector<int> results; // of periods 0 to 5
     Bytes output;             // what the card wrote
     std::vector<std::string> lines;
+    std::vector<std::string> traced = {}; // what the card saw besides transfers
 };
 
 void PrintTo(const WriteFault& fault, std::ostream* out)
@@ -221,6 +225,9 @@ TEST_P(SoftmicWriteFaultTest, PeriodDroppedAndOutputGoesOnWhereItCan)
     youtube_softmic_alsa_write_stop();
     EXPECT_EQ(readFile(m_sim.playbackOutput()), f.output);
     EXPECT_EQ(lines, f.lines);
+    const std::vector<std::string> trace = m_sim.traceLines("0,3");
+    for (const std::string& line : f.traced)
+        EXPECT_THAT(trace, Contains(line));
 }
 
 const int k = static_cast<int>(kFrames);
@@ -229,14 +236,19 @@ INSTANTIATE_TEST_SUITE_P(
     Card, SoftmicWriteFaultTest,
     testing::Values(
         // An underrun is prepared again without a line; its period is lost.
-        WriteFault{
-            "Underrun", "type underrun", {k, k, -EPIPE, k, k, k}, periods({0, 1, 3, 4, 5}), {}},
+        WriteFault{"Underrun",
+                   "type underrun",
+                   {k, k, -EPIPE, k, k, k},
+                   periods({0, 1, 3, 4, 5}),
+                   {},
+                   {"prepare 640"}},
         // Woken again (the card can resume) for the next period.
         WriteFault{"Suspend",
                    "type suspend",
                    {k, k, -ESTRPIPE, k, k, k},
                    periods({0, 1, 3, 4, 5}),
-                   {"short read, read -86 frames"}},
+                   {"short read, read -86 frames"},
+                   {"resume 640"}},
         WriteFault{"IoError",
                    "type io_error",
                    {k, k, -EIO, k, k, k},
