@@ -338,14 +338,11 @@ int kel_avs_ffm_alsa_capture_write(_ST_FFM_CAPTURE_BUF_CFG* cap, _ST_FFM_RING_BU
     cap->s32Ret = static_cast<int32_t>(got);
     if (got < 0) {
         // The period is lost and the ring's indexes stay. A device that has
-        // gone stops both threads; from other failures the stream is brought
-        // back (an overrun, a suspend) and read again, once a period while
-        // it keeps failing.
+        // gone stops both threads (its first failure is not paced, so the
+        // loop ends at once); from other failures the stream is brought back
+        // (an overrun, a suspend) and read again, once a period while it
+        // keeps failing.
         const int error = static_cast<int>(got);
-        if (kel_avs_ffm_device_gone(error)) {
-            kel_avs_ffm_capture_read_failed(error);
-            return 0;
-        }
         if (cap->readFailures.lineDue(error)) {
             if (error == -EPIPE)
                 ZOR_FFM_LOG("overrun occurred %s\n\n", snd_strerror(error));
