@@ -158,6 +158,13 @@ void kel_avs_ffm_hid_detectionLoop(_ST_FFM_CAPTURE_BUF_CFG* cap, _ST_FFM_RING_BU
         transferred = device->controlTransfer(kRequestTypeVendorIn, 0,
                                               CONTROL_CMD_ID_GET_WWE_INDEXES, CONTROL_RESOURCE_ID,
                                               payload, CONTROL_CMD_PAYLOAD_LEN, USB_TIMEOUT_MS);
+        if (transferred == kXmosErrorNoDevice) {
+            // Unplugged under the query: no indexes will come, nor audio.
+            ZOR_FFM_LOG("HID device lost during the index query: %s, detection dropped\n\n",
+                        strerror(ENODEV));
+            kel_avs_ffm_stop_thread_on_device_loss();
+            return;
+        }
         if (payload[0] == 0)
             break;
         if (++attempt >= kIndexQueryAttempts) {
@@ -186,10 +193,10 @@ void kel_avs_ffm_hid_detectionLoop(_ST_FFM_CAPTURE_BUF_CFG* cap, _ST_FFM_RING_BU
     }
     const KeywordPlan plan = planKeyword(c, b, e, i, n, FFM_PREROLL_SAMPLES);
     if (!plan.valid) {
-        ZOR_FFM_LOG("keyword indexes out of range: cuDeIndex %llu, bgKWDeviceIndex %llu, "
-                    "endKWDeviceIndex %llu, dropped\n\n",
-                    static_cast<unsigned long long>(c), static_cast<unsigned long long>(b),
-                    static_cast<unsigned long long>(e));
+        ZOR_FFM_LOG("keyword indexes refused (%s): cuDeIndex %llu, bgKWDeviceIndex %llu, "
+                    "endKWDeviceIndex %llu, detection dropped\n\n",
+                    plan.refusal, static_cast<unsigned long long>(c),
+                    static_cast<unsigned long long>(b), static_cast<unsigned long long>(e));
         return;
     }
 

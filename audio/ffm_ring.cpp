@@ -120,8 +120,17 @@ KeywordPlan planKeyword(uint64_t c, uint64_t b, uint64_t e, uint32_t i, uint32_t
                         uint32_t preroll)
 {
     KeywordPlan plan;
-    if (b > c || e < b || e - b > std::numeric_limits<int32_t>::max() || i >= sampleCount ||
-        c - b > sampleCount || c - b + preroll > sampleCount)
+    if (b > c)
+        plan.refusal = "begin after the current index";
+    else if (e < b)
+        plan.refusal = "end before begin";
+    else if (e - b > std::numeric_limits<int32_t>::max())
+        plan.refusal = "keyword too long";
+    else if (i >= sampleCount)
+        plan.refusal = "write index outside the ring";
+    else if (c - b > sampleCount || c - b + preroll > sampleCount)
+        plan.refusal = "begin no longer in the ring";
+    if (plan.refusal != nullptr)
         return plan;
 
     const int64_t n = sampleCount;

@@ -43,6 +43,8 @@ CopyPlan planCatchUp(uint32_t w, uint32_t r, uint64_t pendingSamples, uint32_t s
 // Where a keyword reported by the device lies in the ring.
 struct KeywordPlan {
     bool valid = false;
+    // Why the indexes were refused when not valid, for the log line.
+    const char* refusal = nullptr;
     int64_t beginServer = 0; // S: keyword begin as a ring index
     uint64_t endServer = 0;  // X: keyword end as a ring index
     uint32_t keywordSamples = 0;
@@ -54,7 +56,7 @@ struct KeywordPlan {
 // whose write index was `i` when the device answered; `preroll` samples are
 // kept before the begin. Invalid (nothing may be copied) when b > c, e < b,
 // i >= sampleCount or the block would not fit in one ring
-// (c - b + preroll > sampleCount).
+// (c - b + preroll > sampleCount: the begin has been overwritten).
 KeywordPlan planKeyword(uint64_t c, uint64_t b, uint64_t e, uint32_t i, uint32_t sampleCount,
                         uint32_t preroll);
 

@@ -17,6 +17,7 @@
 #include <optional>
 #include <poll.h>
 #include <spawn.h>
+#include <sys/eventfd.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -53,6 +54,7 @@ constexpr uint8_t kIndexQueryRequest = 0;
 constexpr uint16_t kIndexQueryValue = 0xAF;
 constexpr uint16_t kIndexQueryIndex = 0xE0;
 constexpr uint16_t kIndexQueryLength = 25;
+constexpr int32_t kLibusbErrorIo = -1;
 constexpr int32_t kLibusbErrorPipe = -9;
 // Requests kept for controlRequests().
 constexpr size_t kKeptRequests = 64;
@@ -99,9 +101,17 @@ struct XmosSimulator::Impl {
     std::optional<Utterance> finishing; // played, its key press still due
     std::map<uint64_t, Played> done;
     uint64_t nextId = 1;
-    unsigned notReady = 0;
-    unsigned failTransfers = 0;
-    bool outOfRange = false;
+    std::deque<QueryAnswer> script;
+    std::vector<int32_t> wakeKeyValues{1, 0};
+    // Events for the board's thread to send; `wake` ones are KEY_F23 for a
+    // keyword heard at `begin`..`end`.
+    struct Outgoing {
+        bool wake = false;
+        uint64_t begin = 0;
+        uint64_t end = 0;
+        xmos_sim::KeyEventMessage key;
+    };
+    std::deque<Outgoing> outgoing;
     bool wantVanish = false;
     bool wantReappear = false;
     bool running = false;
@@ -113,6 +123,12 @@ struct XmosSimulator::Impl {
     std::atomic<bool> connected{false};
     std::atomic<bool> reading{false};
     std::atomic<unsigned> queries{0};
+    std::atomic<bool> pluggedIn{true};
+    // Set when the board runs without audio: the caller's sample count.
+    bool withAudio = true;
+    std::atomic<uint64_t> externalIndex{0};
+    // Wakes the board's thread for outgoing events, plugging and stopping.
+    int wakeFd = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
 
     std::string socketPath;
     std::string fifoPath;
@@ -131,13 +147,18 @@ struct XmosSimulator::Impl {
     Clock::time_point lastWrite;
 
     bool listen(std::string* error);
+    bool begin(std::string* error);
     void run();
-    void serve(Clock::time_point until);
+    bool serve(Clock::time_point until);
+    void handleRequests();
+    void unplug();
+    void wakeUp();
     void tick();
     void answerQuery();
     void takeRequest(const uint8_t* packet, size_t size);
     uint64_t readIndex();
-    void sendKey(int32_t value);
+    void send(const void* message, size_t size);
+    void sendWakeKey();
     uint64_t enqueue(std::vector<int16_t> mono, int64_t begin, int64_t end);
     bool playAndWait(std::vector<int16_t> mono, int64_t begin, int64_t end, const std::string& what,
                      FarFieldUtterance* played, std::string* error);
@@ -168,6 +189,8 @@ bool XmosSimulator::Impl::listen(std::string* error)
 
 uint64_t XmosSimulator::Impl::readIndex()
 {
+    if (!withAudio)
+        return externalIndex.load();
     int unread = 0;
     if (fifoFd >= 0 && ioctl(fifoFd, FIONREAD, &unread) != 0)
         unread = 0;
@@ -175,40 +198,101 @@ uint64_t XmosSimulator::Impl::readIndex()
     return written >= pending ? written - pending : 0;
 }
 
-void XmosSimulator::Impl::sendKey(int32_t value)
+void XmosSimulator::Impl::send(const void* message, size_t size)
 {
-    xmos_sim::KeyEventMessage message;
-    message.type = kEvKey;
-    message.code = kKeyF23;
-    message.value = value;
     if (connFd >= 0)
-        send(connFd, &message, sizeof(message), MSG_NOSIGNAL | MSG_DONTWAIT);
+        ::send(connFd, message, size, MSG_NOSIGNAL | MSG_DONTWAIT);
+}
+
+void XmosSimulator::Impl::sendWakeKey()
+{
+    std::vector<int32_t> values;
+    {
+        std::lock_guard<std::mutex> lock(mutex);
+        values = wakeKeyValues;
+    }
+    for (const int32_t value : values) {
+        xmos_sim::KeyEventMessage message;
+        message.type = kEvKey;
+        message.code = kKeyF23;
+        message.value = value;
+        send(&message, sizeof(message));
+    }
+}
+
+void XmosSimulator::Impl::wakeUp()
+{
+    const uint64_t one = 1;
+    if (wakeFd >= 0 && write(wakeFd, &one, sizeof(one)) < 0) {
+        // Already pending: the counter only has to be nonzero.
+    }
+}
+
+// Gone from the bus: the library's connection, the listening socket and the
+// FIFO close; what the capture left unread is lost.
+void XmosSimulator::Impl::unplug()
+{
+    if (vanished)
+        return;
+    vanished = true;
+    pluggedIn.store(false);
+    closeFd(connFd);
+    closeFd(listenFd);
+    unlink(socketPath.c_str());
+    if (fifoFd >= 0)
+        written = readIndex();
+    closeFd(fifoFd);
+    connected.store(false);
+    reading.store(false);
+    queryPending = false;
 }
 
 void XmosSimulator::Impl::answerQuery()
 {
     queryPending = false;
-    xmos_sim::ControlReplyMessage reply;
+    QueryAnswer answer = QueryAnswer::Indexes;
+    {
+        std::lock_guard<std::mutex> lock(mutex);
+        if (!script.empty()) {
+            answer = script.front();
+            script.pop_front();
+        }
+    }
     const uint64_t c = readIndex();
     uint64_t b = heardBegin >= 0 ? static_cast<uint64_t>(heardBegin) : c;
     uint64_t e = heardEnd >= 0 ? static_cast<uint64_t>(heardEnd) : c;
+    xmos_sim::ControlReplyMessage reply;
+    reply.result = kIndexQueryLength;
     uint8_t status = 0;
-    {
-        std::lock_guard<std::mutex> lock(mutex);
-        if (failTransfers > 0) {
-            --failTransfers;
-            reply.result = -1; // LIBUSB_ERROR_IO
-        } else {
-            reply.result = 25;
-            if (notReady > 0) {
-                --notReady;
-                status = 1;
-            }
-            if (outOfRange) {
-                b = c + 16000;
-                e = b + 8000;
-            }
-        }
+    switch (answer) {
+    case QueryAnswer::Indexes:
+        break;
+    case QueryAnswer::NotReady:
+        status = 1;
+        break;
+    case QueryAnswer::IoError:
+        reply.result = kLibusbErrorIo;
+        break;
+    case QueryAnswer::Stall:
+        reply.result = kLibusbErrorPipe;
+        break;
+    case QueryAnswer::NoAnswer:
+        return;
+    case QueryAnswer::Unplug:
+        unplug();
+        return;
+    case QueryAnswer::BeginAfterCurrent:
+        b = c + kRate;
+        e = b + kRate / 2;
+        break;
+    case QueryAnswer::EndBeforeBegin:
+        e = b - kRate;
+        break;
+    case QueryAnswer::BeginOverwritten:
+        // Wraps below zero when the board has counted less than 15 s.
+        b = c - 15 * kRate;
+        e = b + kRate / 2;
+        break;
     }
     if (reply.result > 0) {
         reply.data[0] = status;
@@ -216,8 +300,7 @@ void XmosSimulator::Impl::answerQuery()
         putBigEndian(reply.data + 9, b);
         putBigEndian(reply.data + 17, e);
     }
-    if (connFd >= 0)
-        send(connFd, &reply, sizeof(reply), MSG_NOSIGNAL | MSG_DONTWAIT);
+    send(&reply, sizeof(reply));
     queries.fetch_add(1);
 }
 
@@ -244,26 +327,29 @@ void XmosSimulator::Impl::takeRequest(const uint8_t* packet, size_t size)
     }
     xmos_sim::ControlReplyMessage stall;
     stall.result = kLibusbErrorPipe;
-    if (connFd >= 0)
-        send(connFd, &stall, sizeof(stall), MSG_NOSIGNAL | MSG_DONTWAIT);
+    send(&stall, sizeof(stall));
 }
 
-// Handles the device socket until `until`.
-void XmosSimulator::Impl::serve(Clock::time_point until)
+// Handles the device socket until `until`; true when woken before that by a
+// request of the board's user (handleRequests() takes it).
+bool XmosSimulator::Impl::serve(Clock::time_point until)
 {
     for (;;) {
         const auto now = Clock::now();
-        if (queryPending && connFd >= 0 && now >= lastWrite + kAnswerAfterWrite &&
-            now + kAnswerBeforeNext <= lastWrite + kPeriod)
+        // Playing audio, the board answers between two periods; without, at once.
+        if (queryPending && connFd >= 0 &&
+            (!withAudio || (now >= lastWrite + kAnswerAfterWrite &&
+                            now + kAnswerBeforeNext <= lastWrite + kPeriod)))
             answerQuery();
         if (now >= until)
-            return;
+            return false;
         auto wake = until;
         if (queryPending && now < lastWrite + kAnswerAfterWrite)
             wake = std::min(wake, lastWrite + kAnswerAfterWrite);
 
-        pollfd fds[2];
+        pollfd fds[3];
         nfds_t count = 0;
+        fds[count++] = {wakeFd, POLLIN, 0};
         if (listenFd >= 0)
             fds[count++] = {listenFd, POLLIN, 0};
         if (connFd >= 0)
@@ -276,6 +362,13 @@ void XmosSimulator::Impl::serve(Clock::time_point until)
         for (nfds_t k = 0; k < count; ++k) {
             if (fds[k].revents == 0)
                 continue;
+            if (fds[k].fd == wakeFd) {
+                uint64_t counter = 0;
+                if (read(wakeFd, &counter, sizeof(counter)) < 0) {
+                    // Nothing pending after all.
+                }
+                return true;
+            }
             if (fds[k].fd == listenFd) {
                 const int fd = accept4(listenFd, nullptr, nullptr, SOCK_CLOEXEC);
                 if (fd >= 0) {
@@ -300,36 +393,46 @@ void XmosSimulator::Impl::serve(Clock::time_point until)
     }
 }
 
-void XmosSimulator::Impl::tick()
+// Plugging, unplugging and the events that the board's user asked for.
+void XmosSimulator::Impl::handleRequests()
 {
     bool vanish = false;
     bool reappear = false;
+    std::deque<Outgoing> events;
+    std::function<void(const KeyPress&)> observer;
     {
         std::lock_guard<std::mutex> lock(mutex);
         std::swap(vanish, wantVanish);
         std::swap(reappear, wantReappear);
+        events.swap(outgoing);
+        observer = keyObserver;
     }
-    if (vanish && !vanished) {
-        vanished = true;
-        closeFd(connFd);
-        closeFd(listenFd);
-        unlink(socketPath.c_str());
-        closeFd(fifoFd);
-        connected.store(false);
-        reading.store(false);
-        queryPending = false;
-    }
+    if (vanish)
+        unplug();
     if (reappear && vanished) {
         vanished = false;
-        listen(nullptr);
+        pluggedIn.store(listen(nullptr));
     }
+    for (const Outgoing& event : events) {
+        if (!event.wake) {
+            send(&event.key, sizeof(event.key));
+            continue;
+        }
+        heardBegin = static_cast<int64_t>(event.begin);
+        heardEnd = static_cast<int64_t>(event.end);
+        sendWakeKey();
+        if (observer)
+            observer(KeyPress{event.begin, event.end, Clock::now()});
+    }
+}
 
+void XmosSimulator::Impl::tick()
+{
     // The key press of a keyword that the previous period completed: the
     // capture has read it by now.
     if (pressDue) {
         pressDue = false;
-        sendKey(1);
-        sendKey(0);
+        sendWakeKey();
         KeyPress press{static_cast<uint64_t>(heardBegin), static_cast<uint64_t>(heardEnd),
                        Clock::now()};
         std::function<void(const KeyPress&)> observer;
@@ -457,7 +560,13 @@ void XmosSimulator::Impl::run()
             if (!running)
                 break;
         }
-        serve(next);
+        handleRequests();
+        if (!withAudio) {
+            serve(Clock::now() + std::chrono::seconds(1));
+            continue;
+        }
+        if (serve(next))
+            continue;
         tick();
         next += kPeriod;
         const auto now = Clock::now();
@@ -472,11 +581,28 @@ void XmosSimulator::Impl::run()
     reading.store(false);
 }
 
+bool XmosSimulator::Impl::begin(std::string* error)
+{
+    if (wakeFd < 0) {
+        if (error)
+            *error = std::string("cannot create an eventfd: ") + strerror(errno);
+        return false;
+    }
+    if (!listen(error))
+        return false;
+    vanished = false;
+    pluggedIn.store(true);
+    running = true;
+    thread = std::thread([this] { run(); });
+    return true;
+}
+
 XmosSimulator::XmosSimulator() : m_impl(std::make_unique<Impl>()) {}
 
 XmosSimulator::~XmosSimulator()
 {
     stop();
+    closeFd(m_impl->wakeFd);
 }
 
 bool XmosSimulator::start(const std::string& deviceSocketPath, const std::string& alsaFifoPath,
@@ -486,18 +612,24 @@ bool XmosSimulator::start(const std::string& deviceSocketPath, const std::string
     Impl& impl = *m_impl;
     impl.socketPath = deviceSocketPath;
     impl.fifoPath = alsaFifoPath;
+    impl.withAudio = true;
     struct stat info;
     if (stat(alsaFifoPath.c_str(), &info) != 0 && mkfifo(alsaFifoPath.c_str(), 0644) != 0) {
         if (error)
             *error = "cannot create the FIFO " + alsaFifoPath + ": " + strerror(errno);
         return false;
     }
-    if (!impl.listen(error))
-        return false;
-    impl.vanished = false;
-    impl.running = true;
-    impl.thread = std::thread([&impl] { impl.run(); });
-    return true;
+    return impl.begin(error);
+}
+
+bool XmosSimulator::startWithoutAudio(const std::string& deviceSocketPath, std::string* error)
+{
+    stop();
+    Impl& impl = *m_impl;
+    impl.socketPath = deviceSocketPath;
+    impl.fifoPath.clear();
+    impl.withAudio = false;
+    return impl.begin(error);
 }
 
 void XmosSimulator::stop()
@@ -507,9 +639,59 @@ void XmosSimulator::stop()
         std::lock_guard<std::mutex> lock(impl.mutex);
         impl.running = false;
     }
+    impl.wakeUp();
     if (impl.thread.joinable())
         impl.thread.join();
     closeFd(impl.listenFd);
+}
+
+void XmosSimulator::setCurrentIndex(uint64_t index)
+{
+    m_impl->externalIndex.store(index);
+    m_impl->current.store(index);
+}
+
+void XmosSimulator::pressWakeKey(uint64_t keywordBegin, uint64_t keywordEnd)
+{
+    {
+        std::lock_guard<std::mutex> lock(m_impl->mutex);
+        Impl::Outgoing event;
+        event.wake = true;
+        event.begin = keywordBegin;
+        event.end = keywordEnd;
+        m_impl->outgoing.push_back(event);
+    }
+    m_impl->wakeUp();
+}
+
+void XmosSimulator::sendKeyEvent(uint16_t type, uint16_t code, int32_t value)
+{
+    {
+        std::lock_guard<std::mutex> lock(m_impl->mutex);
+        Impl::Outgoing event;
+        event.key.type = type;
+        event.key.code = code;
+        event.key.value = value;
+        m_impl->outgoing.push_back(event);
+    }
+    m_impl->wakeUp();
+}
+
+void XmosSimulator::scriptQueries(std::vector<QueryAnswer> answers)
+{
+    std::lock_guard<std::mutex> lock(m_impl->mutex);
+    m_impl->script.assign(answers.begin(), answers.end());
+}
+
+void XmosSimulator::setWakeKeyValues(std::vector<int32_t> values)
+{
+    std::lock_guard<std::mutex> lock(m_impl->mutex);
+    m_impl->wakeKeyValues = std::move(values);
+}
+
+bool XmosSimulator::plugged() const
+{
+    return m_impl->pluggedIn.load();
 }
 
 void XmosSimulator::say(std::vector<int16_t> mono, int64_t keywordBegin, int64_t keywordEnd)
@@ -653,36 +835,24 @@ uint64_t XmosSimulator::Impl::enqueue(std::vector<int16_t> mono, int64_t begin, 
     return id;
 }
 
-void XmosSimulator::setNotReadyAnswers(unsigned count)
-{
-    std::lock_guard<std::mutex> lock(m_impl->mutex);
-    m_impl->notReady = count;
-}
-
-void XmosSimulator::setFailedTransfers(unsigned count)
-{
-    std::lock_guard<std::mutex> lock(m_impl->mutex);
-    m_impl->failTransfers = count;
-}
-
-void XmosSimulator::setIndexesOutOfRange(bool on)
-{
-    std::lock_guard<std::mutex> lock(m_impl->mutex);
-    m_impl->outOfRange = on;
-}
-
 void XmosSimulator::vanish()
 {
-    std::lock_guard<std::mutex> lock(m_impl->mutex);
-    m_impl->wantVanish = true;
-    m_impl->wantReappear = false;
+    {
+        std::lock_guard<std::mutex> lock(m_impl->mutex);
+        m_impl->wantVanish = true;
+        m_impl->wantReappear = false;
+    }
+    m_impl->wakeUp();
 }
 
 void XmosSimulator::reappear()
 {
-    std::lock_guard<std::mutex> lock(m_impl->mutex);
-    m_impl->wantReappear = true;
-    m_impl->wantVanish = false;
+    {
+        std::lock_guard<std::mutex> lock(m_impl->mutex);
+        m_impl->wantReappear = true;
+        m_impl->wantVanish = false;
+    }
+    m_impl->wakeUp();
 }
 
 void XmosSimulator::onPlayed(std::function<void(const Played&)> observer)

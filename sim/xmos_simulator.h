@@ -14,6 +14,15 @@
 // answered between two periods, never while one is being read, so the
 // library's ring index and the device index correspond exactly.
 //
+// startWithoutAudio() runs the board without its audio: the caller serves
+// the capture (as fast as it reads, for one), tells the board its sample
+// count and which keyword it heard, and queries are answered at once.
+//
+// Faults of a real board are scripted: answers to the index query
+// (scriptQueries()), what KEY_F23 does when a keyword is heard
+// (setWakeKeyValues()), other key events (sendKeyEvent()) and the board
+// disappearing (vanish(), or an Unplug answer in the middle of a query).
+//
 // All member functions may be called from any thread; observers run on the
 // simulator's own thread and must not call back into it.
 #ifndef ZOR_SIM_XMOS_SIMULATOR_H
@@ -62,6 +71,19 @@ public:
         uint16_t length = 0;
     };
 
+    // What the board does with one index query.
+    enum class QueryAnswer {
+        Indexes,           // status 0 and the indexes of the keyword heard
+        NotReady,          // status byte 1: the engine has no indexes yet
+        IoError,           // the transfer fails (LIBUSB_ERROR_IO)
+        Stall,             // the endpoint stalls the request (LIBUSB_ERROR_PIPE)
+        NoAnswer,          // nothing comes back: the transfer times out
+        Unplug,            // the board is unplugged with the query outstanding
+        BeginAfterCurrent, // keyword begin 1 s after the current index
+        EndBeforeBegin,    // keyword end 1 s before its begin
+        BeginOverwritten,  // keyword begin 15 s (a whole ring) before the current index
+    };
+
     XmosSimulator();
     ~XmosSimulator() override;
     XmosSimulator(const XmosSimulator&) = delete;
@@ -73,6 +95,14 @@ public:
     bool start(const std::string& deviceSocketPath, const std::string& alsaFifoPath,
                std::string* error = nullptr);
     void stop();
+    // The board alone, for a capture that the caller feeds: no FIFO, the
+    // sample count is set with setCurrentIndex() and keywords are announced
+    // with pressWakeKey(); queries are answered as soon as they arrive.
+    bool startWithoutAudio(const std::string& deviceSocketPath, std::string* error = nullptr);
+    void setCurrentIndex(uint64_t index);
+    // The engine heard a keyword at device indexes `keywordBegin` to
+    // `keywordEnd`: the next index queries report them, and KEY_F23 goes out.
+    void pressWakeKey(uint64_t keywordBegin, uint64_t keywordEnd);
 
     // Queues mono 16 kHz samples; `keywordBegin`..`keywordEnd` (inclusive
     // sample positions in `mono`) is the keyword the board hears, -1 for
@@ -92,22 +122,28 @@ public:
                  std::string* error) override;
     bool sayWav(const std::string& path, FarFieldUtterance* played, std::string* error) override;
 
-    // Failure injection, each for the following queries.
-    void setNotReadyAnswers(unsigned count); // status byte 1
-    void setFailedTransfers(unsigned count); // transfer error (LIBUSB_ERROR_IO)
-    void setIndexesOutOfRange(bool on);      // keyword begin after the current index
+    // The next index queries get these answers, one each, in order; then
+    // the board answers with its indexes again. Replaces an earlier script.
+    void scriptQueries(std::vector<QueryAnswer> answers);
+    // The values KEY_F23 takes, one event each, when a keyword has been
+    // heard: {1, 0} (press, release) unless set; {1, 2, 2, 0} holds the key
+    // long enough to repeat.
+    void setWakeKeyValues(std::vector<int32_t> values);
+    // Any event of the board's HID interface, sent at once.
+    void sendKeyEvent(uint16_t type, uint16_t code, int32_t value);
     // Unplugs the board: the device socket and the FIFO are closed, nothing
     // is played. reappear() plugs it in again.
     void vanish();
     void reappear();
+    bool plugged() const;
 
     // Observers and state.
     void onPlayed(std::function<void(const Played&)> observer);
     void onKeyPress(std::function<void(const KeyPress&)> observer);
     uint64_t currentIndex() const; // samples the library has read
     bool libraryConnected() const;
-    bool captureReading() const; // a capture has the FIFO open
-    unsigned queriesAnswered() const;
+    bool captureReading() const;      // a capture has the FIFO open
+    unsigned queriesAnswered() const; // index queries answered (a stall included)
     // The last 64 control transfers received, oldest first.
     std::vector<ControlRequest> controlRequests() const;
 

@@ -113,14 +113,32 @@ ZOR_EXPORT void alsaCaptureRegisterCallback(ZOR_PFN_PCM fn);
  *    continues exactly at the block's end: every sample arrives once, with
  *    no gap. The wake-word callback's begin (8000) and end (8000 + keyword
  *    length) are positions in that stream.
- *  - The board's "not ready" answer to the index query is retried at most
- *    50 times, 2 ms apart; then the detection is dropped with a line. A stop
- *    request ends the retries at once.
- *  - Keyword indexes that cannot lie in the ring (begin after the board's
- *    current index, end before begin, or more than 14.5 s back: current -
- *    begin + 8000 > 240000) drop the detection with a line; no callback.
- *  - A failed index transfer goes on with zero indexes: an empty keyword at
- *    the current position, with its pre-roll.
+ *  - Board faults. A detection that is dropped calls no callback and hands
+ *    nothing to the application; its line says why; the next key press is
+ *    handled as usual, with no restart:
+ *    - The board's "not ready" answer to the index query is retried at most
+ *      50 times, 2 ms apart; then the detection is dropped ("device indexes
+ *      not ready after 50 queries"). A stop request ends the retries at once.
+ *    - Keyword indexes that cannot lie in the ring drop the detection
+ *      ("keyword indexes refused (<why>)"): begin after the board's current
+ *      index, end before begin, or begin no longer in the ring (more than
+ *      14.5 s back: current - begin + 8000 > 240000). A keyword that began
+ *      exactly 14.5 s back still comes whole: its block is the whole ring.
+ *    - A keyword whose block the capture overwrote while the detection was
+ *      busy (more than 15 s of audio between the answer and the copy) is
+ *      dropped ("keyword block overwritten before it was copied").
+ *    - A failed index transfer (an I/O error, a stall, no answer within
+ *      500 ms) leaves the answer as it was: on the first query that reads as
+ *      ready with zero indexes, so the application gets an empty keyword at
+ *      the current position with its pre-roll ("get paload error"); after a
+ *      "not ready" the query is asked again, within the 50.
+ *    - A board unplugged in the middle of the query (the transfer reports
+ *      no device) drops the detection ("HID device lost during the index
+ *      query") and stops both threads, like any device loss; the next
+ *      DSP-ready report starts them again once the board is back.
+ *    - Only KEY_F23 going down (value 1) starts a detection. Its auto-repeat
+ *      (value 2) and release, other keys and other event types are read and
+ *      ignored, so a key held down is one detection.
  *  - Keyword metadata: the count in the file is clamped to 0..500 bytes.
  *  - The ring's 32-bit byte counter is folded back by whole rings before it
  *    would wrap, so after 2^32 bytes (37 h) it still follows the index.

@@ -159,57 +159,6 @@ TEST(FfmPipelineTest, SoftMicrophoneHoldsBackTheWakeWordButNotTheNotification)
     youtube_softmic_alsa_write_stop();
 }
 
-TEST(FfmPipelineTest, BoardFailuresDropOrDelayTheDetection)
-{
-    FfmBench bench;
-    ASSERT_TRUE(bench.startPipeline());
-
-    // A few "not ready" answers only delay the detection.
-    bench.board().setNotReadyAnswers(3);
-    unsigned before = bench.board().queriesAnswered();
-    sayShortKeyword(bench);
-    // The notify-UI callback follows the wake-word one: wait for both before
-    // the counts are cleared.
-    ASSERT_TRUE(waitFor([] { return wakeWords() == 1 && notifications() == 1; }));
-    EXPECT_EQ(bench.board().queriesAnswered() - before, 4u);
-
-    // A board that is never ready: the detection is given up.
-    app().clear();
-    {
-        std::lock_guard<std::mutex> lock(app().mutex);
-        app().streamOnWakeWord = false;
-    }
-    bench.board().setNotReadyAnswers(1000);
-    before = bench.board().queriesAnswered();
-    sayShortKeyword(bench);
-    ASSERT_TRUE(bench.board().waitUntilIdle(3000));
-    ASSERT_TRUE(waitFor([&] { return bench.board().queriesAnswered() - before >= 50; }));
-    std::this_thread::sleep_for(std::chrono::milliseconds(100));
-    EXPECT_EQ(bench.board().queriesAnswered() - before, 50u);
-    EXPECT_EQ(notifications(), 0);
-
-    // Indexes that do not fit the ring are dropped: no callback at all.
-    bench.board().setNotReadyAnswers(0);
-    bench.board().setIndexesOutOfRange(true);
-    before = bench.board().queriesAnswered();
-    sayShortKeyword(bench);
-    ASSERT_TRUE(waitFor([&] { return bench.board().queriesAnswered() > before; }));
-    std::this_thread::sleep_for(std::chrono::milliseconds(100));
-    EXPECT_EQ(notifications(), 0);
-    EXPECT_EQ(wakeWords(), 0);
-
-    // A failed transfer goes on with zero indexes: an empty keyword at the
-    // write position, with its pre-roll.
-    bench.board().setIndexesOutOfRange(false);
-    bench.board().setFailedTransfers(1);
-    sayShortKeyword(bench);
-    ASSERT_TRUE(waitFor([] { return wakeWords() == 1; }));
-    std::lock_guard<std::mutex> lock(app().mutex);
-    EXPECT_EQ(app().begin, 8000u);
-    EXPECT_EQ(app().end, 8000u);
-    EXPECT_TRUE(app().metadata.empty()); // no metadata file
-}
-
 // What a wake-word callback that keeps its arguments kept.
 struct KeptWakeWord {
     std::mutex mutex;
@@ -293,7 +242,8 @@ TEST(FfmPipelineTest, OnlyTheIndexQueryIsSentAndAnsweredOverUsb)
 {
     FfmBench bench;
     ASSERT_TRUE(bench.startPipeline());
-    bench.board().setNotReadyAnswers(2);
+    using Answer = zor::sim::XmosSimulator::QueryAnswer;
+    bench.board().scriptQueries({Answer::NotReady, Answer::NotReady});
     sayShortKeyword(bench);
     ASSERT_TRUE(waitFor([] { return wakeWords() == 1 && notifications() == 1; }));
     const auto requests = bench.board().controlRequests();

@@ -196,17 +196,24 @@ TEST(FfmRingTest, IndexesOutsideTheRingAreRefused)
         const char* what;
         uint64_t c, b, e;
         uint32_t i;
+        const char* refusal;
     };
     const Case cases[] = {
-        {"begin after current", 1000, 2000, 3000, 500},
-        {"end before begin", 100000, 90000, 80000, 500},
-        {"older than the ring can hold", 300000, 67999, 70000, 500},
-        {"write index outside the ring", 100000, 90000, 98000, 240000},
-        {"huge device indexes", std::numeric_limits<uint64_t>::max(), 0, 10, 500},
+        {"begin after current", 1000, 2000, 3000, 500, "begin after the current index"},
+        {"end before begin", 100000, 90000, 80000, 500, "end before begin"},
+        {"older than the ring can hold", 300000, 67999, 70000, 500, "begin no longer in the ring"},
+        {"write index outside the ring", 100000, 90000, 98000, 240000,
+         "write index outside the ring"},
+        {"huge device indexes", std::numeric_limits<uint64_t>::max(), 0, 10, 500,
+         "begin no longer in the ring"},
+        {"keyword of 2^31 samples", 1000, 500, 500 + (uint64_t{1} << 31), 500, "keyword too long"},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.what);
-        EXPECT_FALSE(planKeyword(c.c, c.b, c.e, c.i, 240000, 8000).valid);
+        const KeywordPlan plan = planKeyword(c.c, c.b, c.e, c.i, 240000, 8000);
+        EXPECT_FALSE(plan.valid);
+        ASSERT_NE(plan.refusal, nullptr);
+        EXPECT_STREQ(plan.refusal, c.refusal);
     }
     // The largest block that still fits: 14.5 s before the query.
     EXPECT_TRUE(planKeyword(300000, 68000, 70000, 500, 240000, 8000).valid);
