@@ -7,6 +7,7 @@
 // block and the stream after it is checked sample for sample.
 #include "audio/ffm_pipeline.h"
 #include "tests/audio/ffm_harness.h"
+#include "tests/support/process_counts.h"
 #include "zor/zor_audio.h"
 
 #include <gtest/gtest.h>
@@ -14,6 +15,7 @@
 #include <linux/input-event-codes.h>
 
 #include <fstream>
+#include <unistd.h>
 
 using namespace zor::test;
 namespace ffm = zor::audio::ffm;
@@ -218,9 +220,13 @@ TEST_F(FfmBoardFaultTest, AKeywordThatBeganFourteenAndAHalfSecondsAgoIsTheWholeR
 // script): the block is gone, the detection is dropped.
 TEST_F(FfmBoardFaultTest, AKeywordOverwrittenWhileTheDetectionWaitsIsDropped)
 {
+    // The script says when it runs (the detection has read the ring's index
+    // by then) and waits for the test.
+    const std::string running = bench.alsa().dir() + "/running";
     const std::string flag = bench.alsa().dir() + "/go";
     const std::string script = bench.alsa().dir() + "/metadata.sh";
-    std::ofstream(script) << "while [ ! -e '" << flag << "' ]; do sleep 0.01; done\n";
+    std::ofstream(script) << "touch '" << running << "'\nwhile [ ! -e '" << flag
+                          << "' ]; do sleep 0.01; done\n";
     ffm::Params slow = ffm::params();
     const ffm::Params quick = slow;
     slow.metadataScript = script;
@@ -232,7 +238,8 @@ TEST_F(FfmBoardFaultTest, AKeywordOverwrittenWhileTheDetectionWaitsIsDropped)
     uint64_t begin = 0;
     uint64_t end = 0;
     ASSERT_TRUE(bench.speakKeyword(kLead, kKeyword, &begin, &end));
-    ASSERT_TRUE(waitFor([&] { return bench.board().queriesAnswered() > before; }));
+    ASSERT_TRUE(waitFor([&] { return access(running.c_str(), F_OK) == 0; }, 10000));
+    EXPECT_EQ(bench.board().queriesAnswered() - before, 1u);
     ASSERT_TRUE(bench.card().serve(240000));
     ASSERT_TRUE(bench.card().waitTaken());
     ffm::setParams(quick);
@@ -249,6 +256,10 @@ TEST_F(FfmBoardFaultTest, AKeywordOverwrittenWhileTheDetectionWaitsIsDropped)
 // with the board back, the DSP-ready report starts them again.
 TEST_F(FfmBoardFaultTest, UnplugInTheMiddleOfAQueryStopsUntilTheBoardIsBack)
 {
+    expectCleanWakeWord();
+    const int fds = openFdCount();
+    const int threads = settledThreadCount();
+    const int words = wakeWords();
     bench.board().scriptQueries({Answer::Unplug});
     testing::internal::CaptureStdout();
     uint64_t begin = 0;
@@ -262,11 +273,48 @@ TEST_F(FfmBoardFaultTest, UnplugInTheMiddleOfAQueryStopsUntilTheBoardIsBack)
                                  "detection dropped"));
     EXPECT_FALSE(contains(output, "get paload error"));
     EXPECT_EQ(ffm::readinessState(), 1);
-    EXPECT_EQ(wakeWords(), 0);
-    EXPECT_EQ(notifications(), 0);
+    EXPECT_EQ(wakeWords(), words);
+    EXPECT_EQ(notifications(), words);
 
     bench.board().reappear();
     ASSERT_TRUE(waitFor([&] { return bench.board().plugged(); }));
+    KEL_AVS_FFM_NotifyAudDSPStatus(1);
+    ASSERT_TRUE(bench.card().plugIn());
+    ASSERT_TRUE(waitFor([&] { return bench.running(); }));
+    expectCleanWakeWord();
+    EXPECT_EQ(wakeWords(), words + 1);
+    // The stopped run gave back its device, buffers, dump files and threads.
+    EXPECT_EQ(openFdCount(), fds);
+    EXPECT_EQ(settledThreadCount(), threads);
+}
+
+// A board that said "not ready" and then stops answering holds each retry
+// for the transfer's 500 ms: 50 of them would keep the detection thread for
+// 25 s. A stop request is honoured after the transfer under way, and
+// nothing more is asked.
+TEST_F(FfmBoardFaultTest, AStopEndsTheRetriesOfABoardThatNoLongerAnswers)
+{
+    std::vector<Answer> script{Answer::NotReady};
+    script.resize(60, Answer::NoAnswer);
+    bench.board().scriptQueries(script);
+    testing::internal::CaptureStdout();
+    uint64_t begin = 0;
+    uint64_t end = 0;
+    ASSERT_TRUE(bench.speakKeyword(kLead, kKeyword, &begin, &end));
+    // The "not ready" answer, then a second query that gets none.
+    ASSERT_TRUE(waitFor([&] { return bench.board().controlRequests().size() >= 2; }));
+    KEL_AVS_FFM_NotifyAudDSPStatus(0);
+    const bool stopped = bench.waitStopped(10000);
+    const size_t asked = bench.board().controlRequests().size();
+    const std::string output = testing::internal::GetCapturedStdout();
+    ASSERT_TRUE(stopped);
+    EXPECT_LT(asked, 10u);
+    EXPECT_FALSE(contains(output, "not ready after"));
+    EXPECT_EQ(wakeWords(), 0);
+    EXPECT_EQ(notifications(), 0);
+
+    // Nothing is left waiting: the next run detects as usual.
+    bench.board().scriptQueries({});
     KEL_AVS_FFM_NotifyAudDSPStatus(1);
     ASSERT_TRUE(bench.card().plugIn());
     ASSERT_TRUE(waitFor([&] { return bench.running(); }));
