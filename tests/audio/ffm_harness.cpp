@@ -332,9 +332,11 @@ bool FfmBench::wakeWord(uint64_t lead, uint64_t length, uint64_t after, WakeWord
         result->begin = app.begin;
         result->end = app.end;
     }
+    // The period read in the step that hands the block over comes with the
+    // catch-up of the next step, so at least one more period is served.
     bool complete = m_card->serve(kPeriodFrames) &&
                     app.waitUntil([&] { return !app.callSizes.empty(); }, timeoutMs) &&
-                    m_card->serve(after);
+                    m_card->serve(std::max(after, kPeriodFrames));
     result->endIndex = m_card->deviceIndex();
     // The card holds back now: everything has arrived once the last sample
     // served has.

@@ -140,12 +140,13 @@ public:
         }
     };
     // Fast feed: a keyword as speakKeyword() places it, then `after` samples
-    // of speech. The card holds back from the key press until the keyword
-    // block has been handed over (one period after the notify-UI callback
-    // lets the capture's reader step run), then serves on; the application
-    // streams from its wake-word callback and stops once everything served
-    // has arrived. False when no notify-UI callback came within `timeoutMs`
-    // or the audio stopped short.
+    // of speech (at least one period: the capture delivers the period read
+    // with the block in the catch-up of the next read). The card holds back
+    // from the key press until the keyword block has been handed over (one
+    // period after the notify-UI callback lets the capture's reader step
+    // run), then serves on; the application streams from its wake-word
+    // callback and stops once everything served has arrived. False when no
+    // notify-UI callback came within `timeoutMs` or the audio stopped short.
     bool wakeWord(uint64_t lead, uint64_t length, uint64_t after, WakeWord* result,
                   int timeoutMs = 10000);
 
