@@ -42,6 +42,20 @@ constexpr uint64_t kPreroll = 8000;
 constexpr unsigned kDumpTruncateInterval = 64;
 // Resident memory may move by allocator noise, not by a leak per wake word.
 constexpr long kRssSlackKiB = 2048;
+// AddressSanitizer's quarantine keeps freed blocks from being reused, so
+// resident memory grows without a leak there; its leak checker looks at the
+// end of the run instead.
+#if defined(__SANITIZE_ADDRESS__)
+constexpr bool kCheckResidentMemory = false;
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+constexpr bool kCheckResidentMemory = false;
+#else
+constexpr bool kCheckResidentMemory = true;
+#endif
+#else
+constexpr bool kCheckResidentMemory = true;
+#endif
 
 unsigned wakeWordCount = 1000;
 int summaryFd = -1; // the stdout the process started with
@@ -93,7 +107,9 @@ TEST(FfmSoak, WakeWords)
     int64_t drift = 0;
     unsigned done = 0;
     unsigned misreported = 0; // wake-word callbacks with other positions
-    const unsigned warmUp = std::max(1u, wakeWordCount / 10);
+    // Buffers reach their working size in the first wake words; a short run
+    // measures over its second half.
+    const unsigned warmUp = std::max(std::min(wakeWordCount / 2, 10u), wakeWordCount / 10);
     long rssBefore = 0;
     int fdsBefore = 0;
     int threadsBefore = 0;
@@ -139,7 +155,7 @@ TEST(FfmSoak, WakeWords)
             ADD_FAILURE() << "descriptors went from " << fdsBefore << " to " << fds;
         if (threads != threadsBefore)
             ADD_FAILURE() << "threads went from " << threadsBefore << " to " << threads;
-        if (grown > kRssSlackKiB)
+        if (kCheckResidentMemory && grown > kRssSlackKiB)
             ADD_FAILURE() << "resident memory grew by " << grown << " KiB";
     }
     if (lost != 0)
