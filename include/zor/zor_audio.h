@@ -118,7 +118,8 @@ ZOR_EXPORT void alsaCaptureRegisterCallback(ZOR_PFN_PCM fn);
  *    handled as usual, with no restart:
  *    - The board's "not ready" answer to the index query is retried at most
  *      50 times, 2 ms apart; then the detection is dropped ("device indexes
- *      not ready after 50 queries"). A stop request ends the retries at once.
+ *      not ready after 50 queries"). A stop request ends the retries once
+ *      the transfer under way has returned (within its 500 ms timeout).
  *    - Keyword indexes that cannot lie in the ring drop the detection
  *      ("keyword indexes refused (<why>)"): begin after the board's current
  *      index, end before begin, or begin no longer in the ring (more than
@@ -131,7 +132,9 @@ ZOR_EXPORT void alsaCaptureRegisterCallback(ZOR_PFN_PCM fn);
  *      500 ms) leaves the answer as it was: on the first query that reads as
  *      ready with zero indexes, so the application gets an empty keyword at
  *      the current position with its pre-roll ("get paload error"); after a
- *      "not ready" the query is asked again, within the 50.
+ *      "not ready" the query is asked again, within the 50 (a board that
+ *      stops answering then holds the detection for at most 50 x 500 ms,
+ *      less when a stop comes).
  *    - A board unplugged in the middle of the query (the transfer reports
  *      no device) drops the detection ("HID device lost during the index
  *      query") and stops both threads, like any device loss; the next
