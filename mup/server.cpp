@@ -31,8 +31,8 @@ namespace
 // connection, rather than holding its buffer (and the client) forever.
 constexpr std::chrono::milliseconds kReplyWriteLimit{1000};
 // A frame begun must be finished within this time (counted while the server
-// reads it), so that no one holds a connection, or memory, with a frame that
-// never ends.
+// reads it, and only while no byte of it waits unread), so that no one holds a
+// connection, or memory, with a frame that never ends.
 constexpr std::chrono::milliseconds kFrameTimeLimit{2000};
 // At most this many connections. Client endpoints live as long as their
 // process, so an idle connection is closed only to make room for a new one.
@@ -369,15 +369,21 @@ void Server::serveOnce(std::vector<pollfd>& polled)
         Peer& peer = *m_peers[i];
         const short events = polled[i + 2].revents;
         try {
+            // A time limit runs out only in a round where the peer is the one
+            // holding things up: its socket had no room for the reply, or no
+            // byte of its frame waiting. A server slowed by its other peers
+            // finds their data waiting, and costs no one a connection.
             if (peer.writing()) {
                 if (events)
                     flush(peer);
-                if (peer.writing() && !peer.closing && Clock::now() >= peer.outputDeadline)
+                if (peer.writing() && !peer.closing && !(events & POLLOUT) &&
+                    Clock::now() >= peer.outputDeadline)
                     drop(peer, "did not take its reply in time");
             } else if (events) {
                 readFrom(peer);
             }
-            if (peer.frameClock && !peer.closing && Clock::now() >= peer.frameDeadline)
+            if (peer.frameClock && !peer.closing && !(events & POLLIN) &&
+                Clock::now() >= peer.frameDeadline)
                 drop(peer, "did not finish its frame in time");
         } catch (const std::exception& error) {
             // Out of memory for this peer's frames: it goes, the others stay.

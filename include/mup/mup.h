@@ -37,7 +37,9 @@
  *    pending); a new client is refused only when all 128 are busy. A client
  *    whose idle connection was closed reconnects on its next call.
  *  - A frame begun must be finished within 2 s of being read, and a reply
- *    taken within 1 s; otherwise that connection is dropped.
+ *    taken within 1 s; otherwise that connection is dropped. The limits run
+ *    out only while the peer holds things up (no byte of its frame waiting, no
+ *    room for its reply), so a server slowed by other peers drops no one.
  *  - Frames over 16 KiB in progress share a budget of 8 MiB across all
  *    peers; a frame that does not fit waits, its sender unread, until the
  *    budget has room (the wait does not count against the 2 s).
