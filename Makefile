@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # The project's two commands: `make demo` and `make test`. Each installs what
 # is missing (Debian 12, as root or with sudo), builds and runs.
 JOBS ?= $(shell nproc)
@@ -104,13 +105,16 @@ fuzz: fuzz-build
 fuzz-ci: fuzz-build
 	scripts/run-fuzz.sh build-fuzz 60
 
-# Every C and C++ file follows .clang-format; format-check fails on the first
-# file that does not (CI), format rewrites them in place.
+# Every C and C++ file follows .clang-format, and every source file starts
+# with the licence line; format-check fails on the first file that does not
+# (CI), format rewrites them in place and adds missing licence lines.
 format:
 	clang-format -i $(FORMAT_FILES)
+	scripts/spdx.sh add
 
 format-check: deps
 	@clang-format --dry-run -Werror $(FORMAT_FILES) && echo "clang-format: $(words $(FORMAT_FILES)) files clean"
+	@scripts/spdx.sh check
 
 clean:
 	rm -rf build build-asan build-tsan build-armhf build-bench build-fuzz build-docs

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Assistant class: what the assistant tells the television about itself. The
 // start and stop of microphone streaming are in microphone_streaming.cpp.
 #include "server/callback_table.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Audio class: each function sends one 32-bit word. The queries send zero and
 // return the word from the reply; the status is not looked at.
 #include "transport/log.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Channel class: channel count and list, current channel, tuning, FVP
 // applications and channels.
 #include "api/record_text.h"

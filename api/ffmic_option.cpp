@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "api/ffmic_option.h"
 
 #include "transport/log.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The far-field-microphone option code that the board keeps in a text file.
 #ifndef ZOR_API_FFMIC_OPTION_H
 #define ZOR_API_FFMIC_OPTION_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The library's main unit: the server object, and start-up per application type.
 #include "api/streaming_state.h"
 #include "server/avs_server_backend.h"

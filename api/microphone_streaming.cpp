@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Microphone streaming from one of three sources (the far-field pipeline, the
 // middleware's stream, the library's own remote-control capture): which one
 // streams, and its start and stop.

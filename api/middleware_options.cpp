@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the middleware tells the library about the set: far-field microphone
 // presence and device, and the remote control's button mode.
 #include "api/streaming_state.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Miscellaneous class: playback control, certificates, option bytes, smart-TV
 // applications, UI control, active application, remote-control keys, YouTube.
 #include "api/record_text.h"

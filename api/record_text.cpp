@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "api/record_text.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Bounded string handling for the fixed text fields of the command records:
 // every length check and every copy into or out of a record goes through here,
 // so no copy can run past a field or a caller's buffer.

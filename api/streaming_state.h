@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Library-wide state of microphone streaming and of the middleware-set
 // options. Written on application threads and on the server thread, so each
 // value is atomic (the far-field record, three bytes, is kept under a lock).

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // System class: power, USB source, IoT certificate, environment, firmware
 // version, FVP actions, control mode, AVS token, time zone, portal application,
 // and the far-field option that the board keeps in a file.

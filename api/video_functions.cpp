@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Video class: wall lighting, input sources, player status, picture style.
 #include "api/record_text.h"
 #include "transport/log.h"

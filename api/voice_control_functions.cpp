@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Voice-control class: the two commands with an exported function of their
 // own. The rest of the class is reached through forwardCommand.
 #include "transport/log.h"

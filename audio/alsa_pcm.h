@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Owning handles for the ALSA objects of the capture and output paths.
 #ifndef ZOR_AUDIO_ALSA_PCM_H
 #define ZOR_AUDIO_ALSA_PCM_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Far-field capture: the "ffm_avs_cap" thread reads 20 ms stereo periods
 // from the XMOS capture device, keeps the first channel in a 15-second ring
 // and hands the application the keyword block, the backlog and then every

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The far-field capture thread's steps, callable one by one by the
 // project's tests and benchmarks.
 #ifndef ZOR_AUDIO_FFM_CAPTURE_H

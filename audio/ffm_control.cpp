@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Far-field control: the pipeline's two threads run once both the assistant
 // application and the XMOS DSP are ready; the application raises and lowers
 // its request for audio; the action button streams live audio without a

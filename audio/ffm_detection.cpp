@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Wake-word detection: the "ffm_hid_det" thread watches the far-field
 // board's key events; on KEY_F23 it asks the board where the keyword lies,
 // cuts it with half a second of pre-roll out of the ring and tells the

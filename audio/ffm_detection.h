@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The far-field detection thread's steps.
 #ifndef ZOR_AUDIO_FFM_DETECTION_H
 #define ZOR_AUDIO_FFM_DETECTION_H

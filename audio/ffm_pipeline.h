@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // State shared by the far-field capture thread, the detection thread and the
 // control functions, and the internal parameters that tests and tools set.
 #ifndef ZOR_AUDIO_FFM_PIPELINE_H

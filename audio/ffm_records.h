@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The far-field pipeline's two records: the capture record of the
 // "ffm_avs_cap" thread and the 15-second ring of mono samples that the
 // detection thread cuts keyword blocks from.

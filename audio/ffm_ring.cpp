@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "audio/ffm_ring.h"
 
 #include <cstring>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Ring arithmetic of the far-field pipeline: down-mix, ring write, the
 // catch-up span and the keyword block's place in the ring. No locks, no
 // threads, no devices: the capture and detection threads call these under

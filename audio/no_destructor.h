@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Process-wide state that must stay usable until the very end: it is built on
 // first use and never destroyed, so that the detached far-field threads can
 // still use it while the process exits and static destructors run.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Remote-control microphone capture: one thread reads 16 kHz mono periods from
 // "hw:0,6", hands each to the application's PCM callback and appends it to a
 // raw dump file.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Remote-control microphone capture, internal side: the dump directory can be
 // chosen, and the project's tests and tools can watch the capture state.
 #ifndef ZOR_AUDIO_RC_CAPTURE_H

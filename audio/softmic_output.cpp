@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Soft-microphone output: while the middleware reports the YouTube soft
 // microphone active, far-field audio is played into "hw:0,3".
 #include "audio/softmic_output.h"

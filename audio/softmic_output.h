@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Soft-microphone output, internal side: the far-field capture step writes
 // its mono periods here.
 #ifndef ZOR_AUDIO_SOFTMIC_OUTPUT_H

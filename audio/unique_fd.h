@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A file descriptor that closes itself.
 #ifndef ZOR_AUDIO_UNIQUE_FD_H
 #define ZOR_AUDIO_UNIQUE_FD_H

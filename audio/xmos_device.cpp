@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Which far-field board the detection thread opens.
 #include "audio/xmos_device.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The far-field device as the detection thread sees it: a source of key
 // events and a vendor control endpoint. On the television this is the
 // XMOS board's input event node and its USB device. Development builds

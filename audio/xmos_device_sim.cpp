@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The simulated far-field board: key events and control transfers travel as
 // packets over a Unix socket that the simulator listens on.
 #include "audio/xmos_device.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The television's far-field board: key events from its input event node
 // through libevdev, index queries over libusb vendor control transfers.
 #include "audio/xmos_device.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Messages between libzor and the simulated XMOS board over one Unix
 // SOCK_SEQPACKET connection (the simulator listens, the library connects).
 // One message per packet, native byte order: both ends run on one host.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What capture costs the round trip, measured in one process so that the
 // load of a shared machine weighs on both cases alike: a command sent through
 // the messaging layer's client to a middleware peer (a forked process on

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Far-field pipeline costs: one capture period (ALSA read, down-mix, ring
 // write), the keyword block's assembly, and the time from the board's key
 // press to the application's wake-word callback.

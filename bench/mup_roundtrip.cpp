@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The cost of one command sent to the middleware and answered, measured
 // against the floor that any IPC between two processes has: a bare 4-byte
 // ping-pong over a Unix socket pair. Three figures, medians over repetitions:

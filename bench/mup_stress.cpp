@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Many threads with large calls on one client endpoint, against a forked
 // echo service, counting what fails and what comes back wrong:
 //

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Cross-build for the television's 32-bit ARM (armhf) with Debian's toolchain
 # and multiarch :armhf libraries; tests run under qemu-arm.
 set(CMAKE_SYSTEM_NAME Linux)

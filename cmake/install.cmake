@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Installation: libzor.so and libmup.so with their headers, pkg-config files
 # (zor.pc, mup.pc) and a CMake package (find_package(zor) gives zor::zor and
 # zor::mup), the simulator and the tools, and the ALSA file-device set-up.
@@ -97,3 +98,6 @@ install(DIRECTORY ${PROJECT_SOURCE_DIR}/examples/assistant
 set(ZOR_API_REFERENCE_DIR ${PROJECT_SOURCE_DIR}/build-docs/html CACHE PATH
     "Built HTML API reference that cmake --install copies, when present")
 install(DIRECTORY ${ZOR_API_REFERENCE_DIR}/ DESTINATION ${CMAKE_INSTALL_DOCDIR}/html OPTIONAL)
+
+# The licence travels with the libraries.
+install(FILES ${PROJECT_SOURCE_DIR}/LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR})

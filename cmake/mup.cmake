@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # An installed libmup as the imported target zor::mup: found through the
 # pkg-config module mup when ZOR_MUP is "pkg-config", else under the prefix
 # that ZOR_MUP names. libzor needs only its header mup/mup.h and libmup.so.

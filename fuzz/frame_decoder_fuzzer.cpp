@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Feeds the messaging layer's frame decoder with any byte stream, split at
 // arbitrary points. Every frame it accepts must be within the limits and
 // must come out again, byte for byte, from the encoder; once it reports an

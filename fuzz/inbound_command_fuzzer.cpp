@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Feeds the server object with whatever a peer process could send: any
 // command id, any request bytes, with or without a reply buffer. Nothing may
 // crash, hang, read past the request or hand the application an unterminated

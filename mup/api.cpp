@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The exported functions. None lets an exception out: callers are C-minded
 // and a throw across this boundary would end their process.
 #include "mup/mup.h"

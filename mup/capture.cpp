@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "mup/capture.h"
 
 #include "mup/log.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Frame capture: every frame that this process sends or receives, written to
 // a pcapng file for Wireshark or `zorctl decode`. One interface per service
 // name, microsecond time stamps, the direction of each frame, the process id

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "mup/client.h"
 
 #include "mup/capture.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // One endpoint towards one service. Several may exist in a process (the
 // simulator and the tests use more than one); the exported functions use a
 // single process-wide one.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A mutex whose waiters give up at a deadline. std::timed_mutex would do, but
 // its steady-clock wait goes through pthread_mutex_clocklock, which the
 // thread sanitizer does not follow; this one waits on a condition variable,

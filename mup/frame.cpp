@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "mup/frame.h"
 
 #include <cstdio>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The wire format of every message. A frame is a 20-byte header followed by
 // its payload; all header fields are little-endian whatever the host:
 //

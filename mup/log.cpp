@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "mup/log.h"
 
 #include <algorithm>

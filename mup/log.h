@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Diagnostics of the messaging layer. They go to stderr, never to stdout,
 // which belongs to the application; each line starts with "libmup: " and is
 // written with a single write() so that lines from several threads or

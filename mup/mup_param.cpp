@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "mup/mup.h"
 
 #include <climits>

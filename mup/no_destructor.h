@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Process-wide state that must stay usable until the very end: it is built on
 // first use and never destroyed, so that it is still there for atexit hooks,
 // fork handlers and other static objects' destructors, whatever their order.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "mup/runtime_dir.h"
 
 #include "mup/log.h"

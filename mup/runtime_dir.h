@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Where the sockets live, and how a service name maps to a socket path.
 #ifndef MUP_RUNTIME_DIR_H
 #define MUP_RUNTIME_DIR_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // One thread serving one service name: it accepts the connections of its
 // clients, reads their requests without ever blocking on one of them, calls
 // the handler for each request in arrival order and writes the replies.

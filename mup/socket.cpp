@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "mup/socket.h"
 
 #include <algorithm>

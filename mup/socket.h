@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Descriptors and Unix stream sockets, with every wait bounded by a deadline.
 #ifndef MUP_SOCKET_H
 #define MUP_SOCKET_H

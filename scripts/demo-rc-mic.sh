@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # The remote-control microphone without a television: a spoken sentence is
 # fed into the capture device "hw:0,6" (redirected by sim/alsa/asound.conf to
 # a FIFO) at real-time pace, and `zorctl record` records it back through the

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # The virtual television in a browser: tvsim with its dashboard page and the
 # simulated far-field board, and an assistant application (zorctl listen)
 # for the page's controls to reach. Runs until Ctrl-C.

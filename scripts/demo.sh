@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # The demo: a simulated television, and an assistant application (zorctl)
 # driving it through libzor over real sockets.
 set -euo pipefail

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # Installs the Debian 12 packages the project needs, only those missing.
 # usage: install-deps.sh host|armhf|docs|web
 set -euo pipefail

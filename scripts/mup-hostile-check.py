@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """Tries the messaging layer as an attacker would, from outside the project:
 tvsim serves, zorctl calls, and this script plays the hostile peers with raw
 sockets. Prints one line of figures per check and exits non-zero when a

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # Runs every benchmark program of a build directory.
 set -euo pipefail
 build=${1:-build-bench}

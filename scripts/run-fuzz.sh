@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # Runs each libFuzzer target for a while: run-fuzz.sh <build dir> <seconds>.
 # The corpus grows in <build dir>/fuzz-corpus/<target>; a finding leaves its
 # input in <build dir>/fuzz-artifacts/ and fails the run.

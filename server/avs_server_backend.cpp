@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Inbound dispatch: the class of the id picks a dispatcher, the dispatcher's
 // table gives the request layout and the operation of each command.
 #include "server/avs_server_backend.h"

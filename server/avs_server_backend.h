@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The server object that the messaging layer calls for every command the
 // middleware sends to the application.
 #ifndef ZOR_SERVER_AVS_SERVER_BACKEND_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The register functions: one slot each, last writer wins, always 1.
 #include "server/callback_table.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The application's callback table. The register functions write a slot on
 // the application's threads while the server and worker threads read it, so
 // every access goes through these atomic helpers: a slot is one pointer-sized

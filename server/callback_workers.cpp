@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The three callbacks that must not hold up the middleware's reply (mic
 // button tapped, mic button hold, control changed) run on worker threads. The
 // server thread latches the argument, then raises the worker's pending flag

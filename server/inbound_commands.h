@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The commands that the middleware sends to the application: 0x1 in bits 28
 // to 31, the class in bits 16 to 19, the command number from 1 in bits 0 to
 // 15. Shared by the server and by the simulator, which sends them.

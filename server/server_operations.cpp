@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What each inbound command does: most call the application's callback at
 // once on the server thread; some also tell the far-field control or change a
 // library setting.

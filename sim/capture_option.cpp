@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "sim/capture_option.h"
 
 #include "mup/capture.h"

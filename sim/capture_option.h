@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // tvsim --capture FILE: every frame that the simulator sends or receives goes
 // to FILE as pcapng (the messaging layer's capture), until tvsim stops. The
 // option exists only in builds made with frame capture (ZOR_MUP_CAPTURE).

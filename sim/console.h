@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // tvsim's command input: a console prompt on stdin, and a control socket
 // ("<runtime dir>/tvsim.control") that `tvsim ctl <command...>` talks to, one
 // text line per command and one line of answer.

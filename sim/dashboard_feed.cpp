@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "sim/dashboard_feed.h"
 
 #include "sim/television.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the web dashboard streams to its pages: the television's state as the
 // page shows it, the decoded command lines, the answers to the page's own
 // controls and the far-field utterances. Producers (the middleware handlers'

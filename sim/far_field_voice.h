@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the dashboard's far-field panel needs from the simulated far-field
 // device: say something through it, and learn what it played.
 #ifndef ZOR_SIM_FAR_FIELD_VOICE_H

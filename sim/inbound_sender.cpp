@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "sim/inbound_sender.h"
 
 #include "mup/client.h"

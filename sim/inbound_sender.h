@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The simulator's side of the inbound commands: turns a text command
 // ("language en", "tap", "pcm hello.wav") into the middleware's command for
 // an application and sends it through that application's server.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // tvsim: a simulated television middleware. It serves the assistant
 // applications' client services, answers their commands from a small
 // television model and prints one decoded line per command.

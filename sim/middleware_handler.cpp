@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "sim/middleware_handler.h"
 
 #include "transport/command_table.h"

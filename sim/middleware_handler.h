@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The simulator's side of the outbound commands: it decodes each request with
 // the library's own command tables, lets the television answer and prints one
 // line per command.

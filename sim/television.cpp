@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "sim/television.h"
 
 #include "zor/zor_transport.h"

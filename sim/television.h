@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The simulated television: applies each command to its state and builds the
 // middleware's answer.
 #ifndef ZOR_SIM_TELEVISION_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "sim/television_options.h"
 
 #include <cstdio>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // tvsim's options for the television itself: where its state comes from and
 // which answers tests want bent.
 #ifndef ZOR_SIM_TELEVISION_OPTIONS_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "sim/television_state.h"
 
 #include <nlohmann/json.hpp>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Everything the simulated television knows, in one plain struct: what its
 // answers come from, what the commands change, and what a dashboard shows.
 // It loads from and saves to JSON; missing keys keep their defaults.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The dashboard's page files, compiled into tvsim from sim/web/ (the source
 // is generated at build time by sim/web/embed_assets.cmake).
 #ifndef ZOR_SIM_WEB_ASSETS_H

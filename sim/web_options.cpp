@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "sim/web_server.h"
 
 namespace zor::sim

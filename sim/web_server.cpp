@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "sim/web_server.h"
 
 #include "server/inbound_commands.h"

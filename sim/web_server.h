@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // tvsim's web dashboard: one page that shows the simulated television live
 // (server-sent events) and sends the middleware's commands through the same
 // command execution as the console.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // tvsim built without cpp-httplib: --web says so and the simulator goes on
 // without its dashboard.
 #include "sim/web_server.h"

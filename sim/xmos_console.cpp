@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "sim/xmos_console.h"
 
 #include "mup/runtime_dir.h"

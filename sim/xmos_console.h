@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The simulated XMOS far-field board in tvsim: its command-line options and
 // the console commands that make it speak ("say", "say-text").
 #ifndef ZOR_SIM_XMOS_CONSOLE_H

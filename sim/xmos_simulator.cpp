@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "sim/xmos_simulator.h"
 
 #include "audio/xmos_sim_protocol.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A simulated XMOS far-field board. It plays audio into the far-field
 // capture FIFO of sim/alsa/asound.conf in real time (16 kHz stereo, the
 // signal on channel 0, silence between utterances so the capture never

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Assistant subcommands: initialisation complete, URL window, device
 // settings, assistant state, set-up status, switch-on mode, chrome wall
 // lighting, language, wake-word notice, microphone streaming.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Audio subcommands: volume, mute, maximum volume, gain, sound style.
 #include "tools/subcommand.h"
 

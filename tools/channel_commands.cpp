@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Channel subcommands: count, list, current channel, tuning, FVP.
 #include "tools/subcommand.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // `zorctl listen`: behaves as an assistant application that waits for the
 // television. It registers every callback and prints each call, saves the
 // PCM it receives as a WAV file, completes its initialisation, and on a wake

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Miscellaneous subcommands: playback control, certificate, option bytes,
 // smart-TV applications, UI control, active application, keys, YouTube.
 #include "tools/subcommand.h"

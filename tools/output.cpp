@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // zorctl's own output, and the library's lines moved aside. The library
 // prints on the process's standard output from its static objects on, before
 // main() runs; zorctl keeps copies of its standard output and error for

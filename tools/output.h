@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Where zorctl's output and the library's lines go.
 #ifndef ZOR_TOOLS_OUTPUT_H
 #define ZOR_TOOLS_OUTPUT_H

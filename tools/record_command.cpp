@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // record: captures the remote-control microphone ("hw:0,6") into a WAV file
 // through the library's PCM callback. Needs no television.
 #include "tools/zorctl.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Small helpers for zorctl's command families: a subcommand whose action runs
 // once the library is up, and arguments that outlive the parser's callbacks.
 #ifndef ZOR_TOOLS_SUBCOMMAND_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tools/suggest.h"
 
 #include <algorithm>

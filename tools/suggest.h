@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A word on the command line that names no subcommand, and the nearest one.
 #ifndef ZOR_TOOLS_SUGGEST_H
 #define ZOR_TOOLS_SUGGEST_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // System subcommands: power, USB source, certificates, environment, firmware,
 // FVP actions, control mode, AVS token, time zone, options, portal application.
 #include "tools/subcommand.h"

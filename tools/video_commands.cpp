@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Video subcommands: wall lighting, input sources, player status, picture style.
 #include "tools/subcommand.h"
 

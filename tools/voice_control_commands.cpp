@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Voice-control subcommands: initialisation and browser certificates.
 #include "tools/subcommand.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tools/zorctl.h"
 
 #include "mup/mup.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // zorctl: acts as an assistant application through libzor, one command per
 // invocation. Each command family registers its subcommands here.
 //

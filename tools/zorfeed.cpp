@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // zorfeed: plays a WAV file into a file or FIFO as raw S16_LE at wall-clock
 // pace, the way the television's audio driver delivers the remote-control
 // microphone. With sim/alsa/asound.conf in ALSA_CONFIG_PATH, the FIFO

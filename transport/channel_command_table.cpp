@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "transport/command_table.h"
 
 namespace zor::wire

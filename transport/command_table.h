@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The outbound command tables: one per command class, read by the encoder to
 // build requests and read replies, and by the simulator to decode them. A row
 // says what the record is, what of it goes into the request and what comes

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "transport/debug_level.h"
 
 #include "transport/log.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The router and the seven exported class encoders.
 #include "transport/command_table.h"
 #include "transport/log.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "transport/inbound_command_table.h"
 
 namespace zor::wire

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The commands that the middleware sends to the applications, as they look on
 // the wire: id, name and request fields, class by class. The server reads its
 // requests in this order; `zorctl decode` and the Wireshark dissector decode

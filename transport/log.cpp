@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "transport/log.h"
 
 #include "transport/debug_level.h"

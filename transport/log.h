@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The library's log lines. Everything goes to stdout, one formatted write per
 // line, with no time stamp. The families differ by prefix and by gating:
 //  - Trace / Error: "[func(): line]", printed only when the debug level has

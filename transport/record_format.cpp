@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "transport/record_format.h"
 
 #include "transport/inbound_command_table.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Human-readable decoding of command payloads from the record layouts: the
 // simulator's one-line log of a request, and the field-by-field decoding of
 // any request or reply that `zorctl decode` prints. The Wireshark dissector

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "transport/record_kind.h"
 
 #include "transport/record_layout.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The kinds of command record, and the one place that maps a kind to its size
 // on the wire. The layouts themselves are the public record types.
 #ifndef ZOR_TRANSPORT_RECORD_KIND_H

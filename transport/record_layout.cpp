@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "transport/record_layout.h"
 
 #include "zor/zor_types.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Field by field layout of every command record on the wire: the one
 // description that the simulator's log, `zorctl decode` and the Wireshark
 // dissector all read, so that none of them can drift from the records.

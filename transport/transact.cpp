@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "transport/transact.h"
 
 #include "mup/mup.h"

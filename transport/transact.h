@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The common frame of every class encoder: check the id and the record, write
 // the request, transmit, read the status word and the reply fields.
 #ifndef ZOR_TRANSPORT_TRANSACT_H

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /*
  * assistant: a small voice-assistant application on the installed libzor.
  *

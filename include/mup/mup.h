@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /**
  * @file
  * libmup: the messaging layer between the assistant library and the television

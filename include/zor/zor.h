@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /**
  * @file
  * libzor: the television's voice-assistant library. Include this one header

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /**
  * @file
  * Microphone audio: remote-control capture, the far-field pipeline's control

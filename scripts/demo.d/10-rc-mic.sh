@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Sourced by scripts/demo.sh: the remote control's microphone. A sentence
 # spoken by espeak-ng goes into the redirected capture device "hw:0,6" and
 # comes back through the library's PCM callback (its own script, with its own

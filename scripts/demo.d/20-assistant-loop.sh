@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Sourced by scripts/demo.sh: the whole assistant loop. The television (tvsim)
 # reports the set's far-field microphone and its DSP, the application
 # (zorctl listen) completes its initialisation, a wake word is spoken, the

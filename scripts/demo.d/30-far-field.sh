@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Sourced by scripts/demo.sh: the hands-free road. The far-field board (played
 # by tvsim --xmos) hears "alexa, what's the weather"; the library cuts the
 # keyword with half a second of pre-roll out of its 15-second ring, tells the

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The dashboard page: draws the television from the server's events and sends
 // the page's controls to POST /api/... . No framework, no polling.
 'use strict';

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Turns the dashboard's page files into one C++ source, so that tvsim serves
 # them from its own binary and never looks for files at run time.
 # usage: cmake -DOUTPUT=<file.cpp> -DASSETS="<file>;<file>..." -P embed_assets.cmake

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The fixture of the command-function tests: a fake middleware that records
 // every request, and stdout capture for the argument messages.
 #ifndef ZOR_TESTS_API_API_TEST_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The far-field option file: what each kind of contents gives.
 #include "api/ffmic_option.h"
 #include "zor/zor_api.h"

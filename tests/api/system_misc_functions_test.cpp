@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // System-, miscellaneous- and voice-control-class functions: argument limits,
 // messages, what is sent and what reaches the caller.
 #include "tests/api/api_test.h"

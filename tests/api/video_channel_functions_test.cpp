@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Video- and channel-class functions: argument limits, messages, what is sent
 // and what reaches the caller.
 #include "tests/api/api_test.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/audio/alsa_sim.h"
 
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A private ALSA world for one test: ALSA_CONFIG_PATH points at the project's
 // sim/alsa/asound.conf and ZOR_ALSA_DIR at a fresh directory, so "hw:0,6"
 // reads <dir>/pcm0,6.in and "hw:0,3" writes <dir>/pcm0,3.out. useCard()

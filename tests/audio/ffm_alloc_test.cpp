@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The far-field capture thread allocates nothing per period: every heap
 // allocation made on that thread is counted while it streams live periods
 // to the application.

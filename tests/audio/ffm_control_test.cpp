@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The far-field readiness and action-button state machines from the state
 // at load, with the messages each event prints. No transition here starts
 // the threads.

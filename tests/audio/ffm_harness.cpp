@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/audio/ffm_harness.h"
 
 #include "audio/ffm_pipeline.h"

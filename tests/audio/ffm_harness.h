@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A far-field test bench: the simulated XMOS board feeding "hw:1,0" of the
 // project's ALSA file configuration, the pipeline pointed at a private
 // directory, and an application that records what its callbacks get.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The far-field pipeline against the simulated XMOS board: real ALSA reads
 // of a FIFO paced in real time, the board's key press and index query over
 // its socket, and what the application's callbacks receive.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Ring arithmetic of the far-field pipeline: where periods land, how the
 // byte counter follows the sample index, and which ring bytes make up a
 // keyword block or a catch-up.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Remote-control capture through ALSA's own file plugin: what the device
 // delivers must reach the PCM callback and the dump file byte for byte, and
 // the capture state machine must survive every start/stop order and failure.

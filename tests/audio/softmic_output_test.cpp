@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Soft-microphone output through ALSA's file plugin: the periods written must
 // be exactly what reaches "hw:0,3", and set-up, stop and the capture thread's
 // writes must be safe against each other.

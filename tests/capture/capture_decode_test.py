@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """A scripted session between an assistant application and tvsim, both
 capturing every frame, decoded with the generated Wireshark dissector (tshark)
 and with `zorctl decode`.

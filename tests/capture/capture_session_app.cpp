@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // An assistant application for the capture tests: it serves the middleware's
 // commands for the AVS and Google Assistant applications, sends commands of
 // every outbound class with known values, prints "ready" and goes on serving

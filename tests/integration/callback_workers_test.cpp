@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The three callbacks that run on worker threads: requests that arrive while
 // a call is pending merge into one call with the latest argument, a request
 // during a running call gives exactly one more call, and no worker callback

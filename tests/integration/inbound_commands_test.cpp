@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The middleware's commands, sent from another process through the real
 // sockets, reach the application's callbacks with the right arguments, and
 // the sender gets the right reply.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // An application process and the simulated television, through real sockets.
 #include "tests/support/process.h"
 #include "zor/zor.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // An application process against the simulated television, through real
 // sockets: channels, sources, the token and injected failures.
 #include "tests/support/process.h"

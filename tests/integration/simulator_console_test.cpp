@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // tvsim as the middleware: `tvsim ctl <command>` reaches the running
 // simulator's control socket, which sends the command to the application
 // (this test process) through the real sockets.

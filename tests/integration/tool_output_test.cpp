@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // zorctl and tvsim as a user meets them, from outside: exit status, what goes
 // to standard output and what to standard error, with the simulated
 // television running, frozen, or absent.

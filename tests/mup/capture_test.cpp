@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The pcapng capture of the messaging layer: the file it makes (and refuses
 // to make), the blocks it writes byte by byte, the frames it drops and
 // counts when its buffer is full, concurrent callers, forked children.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The frame codec: exact header bytes, the header checks, and decoding that
 // does not depend on how the stream was cut into reads.
 #include "mup/frame.h"

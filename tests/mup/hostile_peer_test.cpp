@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The messaging layer against peers that misbehave on purpose, from the same
 // user and from another one: many threads with large calls on one endpoint, a
 // reply whose caller gave up, connections held idle or flooded, frames left

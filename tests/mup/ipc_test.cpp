@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The messaging layer between real processes over real sockets: the client
 // side in this process, the serving side in forked peers that use the
 // exported API (initAVSServer), as the television middleware does.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // MUPParam's read rules, on which every status word of the library rests: a
 // failed transmission leaves the reply empty and its status reads -1.
 #include "mup/mup.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Helpers shared by the messaging layer's tests: a private runtime directory
 // per test, peer processes that serve a service, raw sockets.
 #ifndef ZOR_TESTS_MUP_MUP_TEST_UTIL_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Where the sockets live: the order of the candidate directories, who may own
 // them, their modes, and the socket path of a service name.
 #include "mup/runtime_dir.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Servers and clients in one process, through the internal classes, as the
 // simulator uses them: descriptors and threads are given back, the handler's
 // failures stay on the server's side, stopping is clean.

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # The dynamic symbols that libzor.so and libmup.so define must be exactly the
 # exported interface: what an application may link against. A name missing
 # here is an interface function that was not built or lost its export mark; an

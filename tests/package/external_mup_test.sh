@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # libzor built against an installed libmup, as on a television whose platform
 # brings its own messaging library. The project's libmup is installed alone
 # (install component "mup") into a temporary prefix that plays the platform;

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # Installs this build into a temporary prefix and uses it as an application
 # developer would: builds examples/assistant with find_package(zor) and with
 # pkg-config, starts the installed tvsim in a private runtime directory and

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # libzor is built against the platform's own messaging library on a
 # television, so it may use libmup only through its interface, mup/mup.h:
 # no other header of the messaging layer in libzor's sources.

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # The simulated far-field board is a development aid: only a build with
 # ZOR_SIM_BOARD on carries it and the environment variable that selects it.
 # A television's build (the armhf cross-build by default) must not contain

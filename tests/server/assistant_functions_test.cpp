@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The assistant class as the television sees it: request bytes of every
 // function, and the start and stop of streaming for each microphone source.
 #include "api/streaming_state.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/server/inbound_harness.h"
 
 #include "tests/support/process.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the server tests share: callbacks that record each call (with the
 // calling thread), and a sender process that plays the middleware.
 #ifndef ZOR_TESTS_SERVER_INBOUND_HARNESS_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A stand-in for the middleware's sending side: connects to an application's
 // server and sends raw inbound commands, one line of output per command.
 //

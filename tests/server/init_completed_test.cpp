@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The end of initialisation: the init-completed command always, and the
 // far-field start only for the AVS application on a set with the microphone
 // array; the pipeline's threads start once the DSP is ready as well.

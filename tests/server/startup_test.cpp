@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Starting the library per application type: which services it serves and
 // connects to, and the types that start nothing.
 #include "mup/mup.h"

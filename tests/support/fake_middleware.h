@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // An in-process stand-in for the television middleware: a real libmup server
 // on a private socket that records every request and answers with scripted
 // replies. The library's client endpoint is pointed at it.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Starting the project's own programs (the simulator, the tool) from a test,
 // under the build's emulator when the tests run on another architecture.
 #ifndef ZOR_TESTS_SUPPORT_PROCESS_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // How many descriptors and threads this process holds, for the tests that
 // check that objects give back what they took.
 #ifndef ZOR_TESTS_SUPPORT_PROCESS_COUNTS_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Request and reply bytes of the shared command records, written out field by
 // field as they lie on the wire, for golden tests.
 #ifndef ZOR_TESTS_SUPPORT_RECORD_BYTES_H

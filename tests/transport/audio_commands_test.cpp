@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Audio commands on the wire: one word each way.
 #include "tests/support/fake_middleware.h"
 #include "zor/zor.h"

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /* The exported headers are plain C: an application written in C includes them
  * and calls the library. */
 #include "zor/zor_api.h"

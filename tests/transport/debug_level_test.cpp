@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The debug level: how requests accumulate, and which lines each bit lets out.
 #include "tests/support/fake_middleware.h"
 #include "zor/zor.h"

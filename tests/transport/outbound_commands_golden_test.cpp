@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Every outbound command of the voice-control, video, channel, system and
 // miscellaneous classes on the wire: the request bytes for a representative
 // record, and what the record holds after a reply with status 0, -1 and -5.

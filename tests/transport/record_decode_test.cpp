@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The field-by-field decoding that `zorctl decode` prints (and that the
 // Wireshark dissector mirrors): requests and replies of both directions,
 // short payloads, bytes beyond a layout, unknown ids, and the simulator's

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The router and the common frame of the class encoders, seen from the wire.
 #include "tests/support/fake_middleware.h"
 #include "zor/zor.h"

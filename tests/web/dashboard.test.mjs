@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // tvsim's dashboard in headless Chromium: the page follows what an assistant
 // application (zorctl) does to the television, and its controls reach a
 // listening application. Run by run-browser-test.sh (CTest label "web").

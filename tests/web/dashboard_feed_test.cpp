@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The dashboard's feed: what the page is shown of the television (never the
 // token's text), how readers follow the events, and the waveform drawing.
 #include "sim/dashboard_feed.h"

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # Runs the dashboard's browser test, or says why it cannot (exit 77, which
 # CTest counts as skipped).
 set -u

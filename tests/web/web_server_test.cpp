@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // tvsim's dashboard over HTTP, without a browser: this process is the
 // assistant application (libzor, real sockets), tvsim runs with --web in a
 // child process, and the requests are what the page sends.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // `zorctl decode FILE`: the decoding of the Wireshark dissector as text, for
 // machines without Wireshark. Both follow the command tables and record
 // layouts of the library (transport/record_format.h).

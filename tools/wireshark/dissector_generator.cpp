@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Writes the Wireshark dissector for libmup frames: the template's
 // "@ZMUP_TABLES@" line is replaced with Lua tables made from the command
 // tables and record layouts that the library itself encodes with.

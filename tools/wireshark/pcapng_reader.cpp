@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tools/wireshark/pcapng_reader.h"
 
 #include <cstring>

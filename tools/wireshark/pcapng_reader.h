@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Reads pcapng files block by block, as far as `zorctl decode` needs them:
 // section headers, interface descriptions, packets and interface statistics.
 // Sections in either byte order are read; other block types are skipped.
