@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 // Assistant class: what the assistant tells the television about itself. The
 // start and stop of microphone streaming are in microphone_streaming.cpp.
+#include "base/log.h"
 #include "server/callback_table.h"
-#include "transport/log.h"
 #include "zor/zor_api.h"
 #include "zor/zor_audio.h"
 #include "zor/zor_transport.h"

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Audio class: each function sends one 32-bit word. The queries send zero and
 // return the word from the reply; the status is not looked at.
-#include "transport/log.h"
+#include "base/log.h"
 #include "zor/zor_api.h"
 #include "zor/zor_transport.h"
 

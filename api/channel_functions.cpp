@@ -2,7 +2,7 @@
 // Channel class: channel count and list, current channel, tuning, FVP
 // applications and channels.
 #include "api/record_text.h"
-#include "transport/log.h"
+#include "base/log.h"
 #include "zor/zor_api.h"
 #include "zor/zor_transport.h"
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "api/ffmic_option.h"
 
-#include "transport/log.h"
+#include "base/log.h"
 
 #include <cstdint>
 #include <cstdio>

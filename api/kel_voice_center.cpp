@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 // The library's main unit: the server object, and start-up per application type.
 #include "api/streaming_state.h"
+#include "base/log.h"
 #include "server/avs_server_backend.h"
 #include "server/callback_table.h"
-#include "transport/log.h"
 #include "zor/zor_api.h"
 #include "zor/zor_audio.h"
 #include "zor/zor_callbacks.h"

@@ -13,7 +13,7 @@
 // those that other calls handed over meanwhile, in the order they were
 // decided; so the television hears them in that order too.
 #include "api/streaming_state.h"
-#include "transport/log.h"
+#include "base/log.h"
 #include "zor/zor_api.h"
 #include "zor/zor_audio.h"
 #include "zor/zor_transport.h"

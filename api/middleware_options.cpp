@@ -2,7 +2,7 @@
 // What the middleware tells the library about the set: far-field microphone
 // presence and device, and the remote control's button mode.
 #include "api/streaming_state.h"
-#include "transport/log.h"
+#include "base/log.h"
 #include "zor/zor_api.h"
 
 #include <mutex>

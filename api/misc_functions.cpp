@@ -2,7 +2,7 @@
 // Miscellaneous class: playback control, certificates, option bytes, smart-TV
 // applications, UI control, active application, remote-control keys, YouTube.
 #include "api/record_text.h"
-#include "transport/log.h"
+#include "base/log.h"
 #include "zor/zor_api.h"
 #include "zor/zor_transport.h"
 

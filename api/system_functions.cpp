@@ -4,7 +4,7 @@
 // and the far-field option that the board keeps in a file.
 #include "api/ffmic_option.h"
 #include "api/record_text.h"
-#include "transport/log.h"
+#include "base/log.h"
 #include "zor/zor_api.h"
 #include "zor/zor_transport.h"
 

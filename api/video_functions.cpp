@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Video class: wall lighting, input sources, player status, picture style.
 #include "api/record_text.h"
-#include "transport/log.h"
+#include "base/log.h"
 #include "zor/zor_api.h"
 #include "zor/zor_transport.h"
 

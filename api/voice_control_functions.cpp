@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Voice-control class: the two commands with an exported function of their
 // own. The rest of the class is reached through forwardCommand.
-#include "transport/log.h"
+#include "base/log.h"
 #include "zor/zor_api.h"
 #include "zor/zor_transport.h"
 

@@ -7,9 +7,9 @@
 
 #include "audio/ffm_pipeline.h"
 #include "audio/ffm_ring.h"
-#include "audio/no_destructor.h"
 #include "audio/softmic_output.h"
-#include "transport/log.h"
+#include "base/log.h"
+#include "base/no_destructor.h"
 
 #include <cerrno>
 #include <cstring>

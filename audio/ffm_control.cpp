@@ -4,7 +4,7 @@
 // its request for audio; the action button streams live audio without a
 // keyword.
 #include "audio/ffm_pipeline.h"
-#include "transport/log.h"
+#include "base/log.h"
 #include "zor/zor_audio.h"
 
 #include <cstdio>

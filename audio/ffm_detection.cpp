@@ -7,10 +7,10 @@
 
 #include "audio/ffm_pipeline.h"
 #include "audio/ffm_ring.h"
-#include "audio/no_destructor.h"
 #include "audio/softmic_output.h"
 #include "audio/xmos_device.h"
-#include "transport/log.h"
+#include "base/log.h"
+#include "base/no_destructor.h"
 
 #include <cerrno>
 #include <cstdio>

@@ -6,8 +6,8 @@
 
 #include "audio/alsa_pcm.h"
 #include "audio/pcm_failures.h"
-#include "audio/unique_fd.h"
-#include "transport/log.h"
+#include "base/log.h"
+#include "base/unique_fd.h"
 #include "zor/zor_audio.h"
 
 #include <atomic>

@@ -5,7 +5,7 @@
 
 #include "audio/alsa_pcm.h"
 #include "audio/pcm_failures.h"
-#include "transport/log.h"
+#include "base/log.h"
 #include "zor/zor_audio.h"
 
 #include <cerrno>

@@ -2,7 +2,7 @@
 // Which far-field board the detection thread opens.
 #include "audio/xmos_device.h"
 
-#include "audio/no_destructor.h"
+#include "base/no_destructor.h"
 
 #include <cstdlib>
 #include <mutex>

@@ -3,9 +3,9 @@
 // packets over a Unix socket that the simulator listens on.
 #include "audio/xmos_device.h"
 
-#include "audio/unique_fd.h"
 #include "audio/xmos_sim_protocol.h"
-#include "transport/log.h"
+#include "base/log.h"
+#include "base/unique_fd.h"
 
 #include <algorithm>
 #include <cerrno>

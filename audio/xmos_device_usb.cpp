@@ -3,7 +3,7 @@
 // through libevdev, index queries over libusb vendor control transfers.
 #include "audio/xmos_device.h"
 
-#include "transport/log.h"
+#include "base/log.h"
 
 #include <cerrno>
 #include <fcntl.h>

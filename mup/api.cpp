@@ -3,9 +3,9 @@
 // and a throw across this boundary would end their process.
 #include "mup/mup.h"
 
+#include "base/no_destructor.h"
 #include "mup/client.h"
 #include "mup/log.h"
-#include "mup/no_destructor.h"
 #include "mup/runtime_dir.h"
 #include "mup/server.h"
 
@@ -30,7 +30,7 @@ struct ClientSlot {
 
 ClientSlot& clientSlot()
 {
-    static mup::NoDestructor<ClientSlot> slot;
+    static zor::NoDestructor<ClientSlot> slot;
     return *slot;
 }
 
@@ -46,7 +46,7 @@ struct ServerRegistry {
 
 ServerRegistry& serverRegistry()
 {
-    static mup::NoDestructor<ServerRegistry> registry;
+    static zor::NoDestructor<ServerRegistry> registry;
     return *registry;
 }
 

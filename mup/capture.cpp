@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "mup/capture.h"
 
+#include "base/no_destructor.h"
 #include "mup/log.h"
-#include "mup/no_destructor.h"
 #include "mup/socket.h"
 
 #include <atomic>
@@ -200,7 +200,7 @@ private:
 
 Capture& processCapture()
 {
-    static NoDestructor<Capture> capture;
+    static zor::NoDestructor<Capture> capture;
     return *capture;
 }
 
@@ -218,7 +218,7 @@ bool Capture::start(const std::string& path, std::string* error)
     // A capture holds secrets: a new file only the owner reads, never an
     // existing file and never through a link.
     UniqueFd fd(::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
-    if (!fd.isValid()) {
+    if (!fd.valid()) {
         const int code = errno;
         *error = path + ": " +
                  (code == EEXIST  ? "exists (a capture is only written to a new file)"

@@ -452,7 +452,7 @@ std::shared_ptr<Client::Connection> Client::connection(Clock::time_point deadlin
 
     int error = 0;
     UniqueFd fd = connectStream(m_socketPath, deadline, &error);
-    if (!fd.isValid()) {
+    if (!fd.valid()) {
         if (m_reachable)
             logLine("%s: cannot connect to %s: %s", m_serviceName.c_str(), m_socketPath.c_str(),
                     errorText(error));

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include "mup/server.h"
 
+#include "base/no_destructor.h"
 #include "mup/capture.h"
 #include "mup/frame.h"
 #include "mup/log.h"
-#include "mup/no_destructor.h"
 #include "mup/runtime_dir.h"
 
 #include <algorithm>
@@ -59,7 +59,7 @@ struct ServerList {
 
 ServerList& serverList()
 {
-    static NoDestructor<ServerList> list;
+    static zor::NoDestructor<ServerList> list;
     return *list;
 }
 
@@ -75,7 +75,7 @@ public:
     explicit DirectoryLock(const std::string& directory)
         : m_fd(::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC))
     {
-        if (!m_fd.isValid())
+        if (!m_fd.valid())
             return;
         const Clock::time_point deadline = Clock::now() + kDirectoryLockLimit;
         while (::flock(m_fd.get(), LOCK_EX | LOCK_NB) != 0) {
@@ -116,7 +116,7 @@ bool clearStaleSocket(const std::string& serviceName, const std::string& path)
     address.sun_family = AF_UNIX;
     memcpy(address.sun_path, path.c_str(), path.size() + 1);
     UniqueFd probe(::socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
-    if (!probe.isValid()) {
+    if (!probe.valid()) {
         logLine("%s: socket: %s", serviceName.c_str(), errorText(errno));
         return false;
     }
@@ -195,7 +195,7 @@ std::unique_ptr<Server> Server::start(const std::string& serviceName,
                 return nullptr;
 
             listener = UniqueFd(::socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
-            if (!listener.isValid()) {
+            if (!listener.valid()) {
                 logLine("%s: socket: %s", serviceName.c_str(), errorText(errno));
                 return nullptr;
             }
@@ -264,7 +264,7 @@ Server::~Server()
 bool Server::launch()
 {
     m_wake = UniqueFd(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
-    if (!m_wake.isValid()) {
+    if (!m_wake.valid()) {
         logLine("%s: eventfd: %s", m_serviceName.c_str(), errorText(errno));
         return false;
     }
@@ -292,7 +292,7 @@ void Server::stop()
         return;
     m_stopping.store(true, std::memory_order_release);
     const uint64_t one = 1;
-    if (m_wake.isValid())
+    if (m_wake.valid())
         static_cast<void>(::write(m_wake.get(), &one, sizeof(one)));
     // The handler itself asked: the loop ends once it returns.
     if (t_currentServer == this)
@@ -402,7 +402,7 @@ void Server::acceptPeers()
 {
     for (int accepted = 0; accepted < kAcceptBatch; ++accepted) {
         UniqueFd fd(::accept4(m_listener.get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
-        if (!fd.isValid()) {
+        if (!fd.valid()) {
             if (errno == EINTR || errno == ECONNABORTED)
                 continue;
             if (errno != EAGAIN && errno != EWOULDBLOCK) {
@@ -681,7 +681,7 @@ void Server::shutdown()
 {
     std::lock_guard<std::mutex> guard(m_fdLock);
     m_peers.clear();
-    if (m_listener.isValid()) {
+    if (m_listener.valid()) {
         m_listener.reset();
         removeSocketFile();
     }

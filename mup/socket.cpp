@@ -16,13 +16,6 @@
 namespace mup
 {
 
-void UniqueFd::reset(int fd)
-{
-    if (m_fd >= 0)
-        ::close(m_fd);
-    m_fd = fd;
-}
-
 int millisecondsUntil(Clock::time_point deadline)
 {
     const auto left = deadline - Clock::now();
@@ -43,7 +36,7 @@ UniqueFd connectStream(const std::string& path, Clock::time_point deadline, int*
     memcpy(address.sun_path, path.c_str(), path.size() + 1);
 
     UniqueFd fd(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    if (!fd.isValid()) {
+    if (!fd.valid()) {
         *error = errno;
         return {};
     }

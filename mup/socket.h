@@ -3,6 +3,8 @@
 #ifndef MUP_SOCKET_H
 #define MUP_SOCKET_H
 
+#include "base/unique_fd.h"
+
 #include <chrono>
 #include <cstddef>
 #include <functional>
@@ -15,35 +17,8 @@ namespace mup
 
 using Clock = std::chrono::steady_clock;
 
-// Owns one descriptor and closes it once.
-class UniqueFd
-{
-public:
-    UniqueFd() = default;
-    explicit UniqueFd(int fd) : m_fd(fd) {}
-    ~UniqueFd() { reset(); }
-    UniqueFd(UniqueFd&& other) noexcept : m_fd(other.release()) {}
-    UniqueFd& operator=(UniqueFd&& other) noexcept
-    {
-        reset(other.release());
-        return *this;
-    }
-    UniqueFd(const UniqueFd&) = delete;
-    UniqueFd& operator=(const UniqueFd&) = delete;
-
-    int get() const { return m_fd; }
-    bool isValid() const { return m_fd >= 0; }
-    int release()
-    {
-        const int fd = m_fd;
-        m_fd = -1;
-        return fd;
-    }
-    void reset(int fd = -1);
-
-private:
-    int m_fd = -1;
-};
+// The descriptor owner shared with libzor.
+using zor::UniqueFd;
 
 // Milliseconds left until the deadline, rounded up, for poll(); 0 once passed.
 int millisecondsUntil(Clock::time_point deadline);

@@ -3,9 +3,9 @@
 // table gives the request layout and the operation of each command.
 #include "server/avs_server_backend.h"
 
+#include "base/log.h"
 #include "server/callback_table.h"
 #include "server/inbound_commands.h"
-#include "transport/log.h"
 
 #include <cstddef>
 #include <cstdint>

@@ -2,7 +2,7 @@
 // The register functions: one slot each, last writer wins, always 1.
 #include "server/callback_table.h"
 
-#include "transport/log.h"
+#include "base/log.h"
 #include "zor/zor_audio.h"
 
 using zor::callbacks::store;

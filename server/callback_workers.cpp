@@ -7,8 +7,8 @@
 // arrive before the worker's next poll merge into one call.
 #include "server/avs_server_backend.h"
 
+#include "base/log.h"
 #include "server/callback_table.h"
-#include "transport/log.h"
 
 #include <atomic>
 #include <cstdint>

@@ -4,9 +4,9 @@
 // library setting.
 #include "server/avs_server_backend.h"
 
+#include "base/log.h"
 #include "server/callback_table.h"
 #include "transport/debug_level.h"
-#include "transport/log.h"
 #include "zor/zor_api.h"
 #include "zor/zor_audio.h"
 

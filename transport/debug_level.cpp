@@ -1,26 +1,17 @@
 // SPDX-License-Identifier: MIT
 #include "transport/debug_level.h"
 
-#include "transport/log.h"
-
-#include <atomic>
-
-namespace
-{
-
-// Written by the server thread, read by every log statement on any thread.
-std::atomic<int> gs32DebugLevel{EN_DBG_PRT_LEVEL_ERROR};
-
-} // namespace
+#include "base/log.h"
 
 int GetLogDebugLevel(void)
 {
-    return gs32DebugLevel.load(std::memory_order_relaxed);
+    return zor::log::debugLevel().load(std::memory_order_relaxed);
 }
 
 void setDebugLevel(_EN_DBG_PRT_LEVEL level)
 {
     const int requested = static_cast<int>(level);
+    std::atomic<int>& gs32DebugLevel = zor::log::debugLevel();
     ZOR_PRINT("s32DebugLevel = %d\n", requested);
     // Bits accumulate; only a request of 0 clears them.
     int result = requested == 0 ? 0 : (gs32DebugLevel.fetch_or(requested) | requested);

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // The router and the seven exported class encoders.
+#include "base/log.h"
 #include "transport/command_table.h"
-#include "transport/log.h"
 #include "transport/transact.h"
 #include "zor/zor_transport.h"
 

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "transport/transact.h"
 
+#include "base/log.h"
 #include "mup/mup.h"
-#include "transport/log.h"
 #include "zor/zor_types.h"
 
 #include <algorithm>

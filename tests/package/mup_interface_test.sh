@@ -8,7 +8,7 @@ set -euo pipefail
 
 source=$1
 found=$(grep -rnE '^[[:space:]]*#[[:space:]]*include[[:space:]]*[<"]mup/' \
-    "$source/api" "$source/server" "$source/transport" "$source/audio" |
+    "$source/base" "$source/api" "$source/server" "$source/transport" "$source/audio" |
     grep -vE '[<"]mup/mup\.h[>"]' || true)
 if [ -n "$found" ]; then
     echo "FAIL: libzor includes the messaging layer's private headers:"

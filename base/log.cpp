@@ -1,22 +1,36 @@
 // SPDX-License-Identifier: MIT
-#include "transport/log.h"
+#include "base/log.h"
 
-#include "transport/debug_level.h"
+#include "zor/zor_types.h"
 
 #include <cstdarg>
 #include <cstdio>
 #include <string>
 
+namespace
+{
+
+// Written by the server thread, read by every log statement on any thread.
+std::atomic<int> gs32DebugLevel{EN_DBG_PRT_LEVEL_ERROR};
+
+} // namespace
+
 namespace zor::log
 {
 
+std::atomic<int>& debugLevel()
+{
+    return gs32DebugLevel;
+}
+
 bool enabled(Family family)
 {
+    const int level = gs32DebugLevel.load(std::memory_order_relaxed);
     switch (family) {
     case Family::Trace:
-        return (GetLogDebugLevel() & EN_DBG_PRT_LEVEL_TRACE) != 0;
+        return (level & EN_DBG_PRT_LEVEL_TRACE) != 0;
     case Family::Error:
-        return (GetLogDebugLevel() & EN_DBG_PRT_LEVEL_ERROR) != 0;
+        return (level & EN_DBG_PRT_LEVEL_ERROR) != 0;
     default:
         return true;
     }

@@ -1,14 +1,16 @@
 // SPDX-License-Identifier: MIT
 // Process-wide state that must stay usable until the very end: it is built on
 // first use and never destroyed, so that it is still there for atexit hooks,
-// fork handlers and other static objects' destructors, whatever their order.
-#ifndef MUP_NO_DESTRUCTOR_H
-#define MUP_NO_DESTRUCTOR_H
+// fork handlers, detached threads and other static objects' destructors,
+// whatever their order. Header-only: libmup and libzor each keep their own
+// (hidden) instantiations.
+#ifndef ZOR_BASE_NO_DESTRUCTOR_H
+#define ZOR_BASE_NO_DESTRUCTOR_H
 
 #include <new>
 #include <utility>
 
-namespace mup
+namespace zor
 {
 
 template <typename T> class NoDestructor
@@ -29,6 +31,6 @@ private:
     alignas(T) unsigned char m_storage[sizeof(T)];
 };
 
-} // namespace mup
+} // namespace zor
 
 #endif

@@ -1,25 +1,27 @@
 // SPDX-License-Identifier: MIT
-// A file descriptor that closes itself.
-#ifndef ZOR_AUDIO_UNIQUE_FD_H
-#define ZOR_AUDIO_UNIQUE_FD_H
+// Owns one file descriptor and closes it once. Header-only, for libmup and
+// libzor alike. Not thread-safe: one owner at a time, handed on by moving.
+#ifndef ZOR_BASE_UNIQUE_FD_H
+#define ZOR_BASE_UNIQUE_FD_H
 
 #include <unistd.h>
 #include <utility>
 
-namespace zor::audio
+namespace zor
 {
 
 class UniqueFd
 {
 public:
     UniqueFd() = default;
+    // Takes ownership of `fd`; a negative value means none.
     explicit UniqueFd(int fd) : m_fd(fd) {}
     ~UniqueFd() { reset(); }
-    UniqueFd(UniqueFd&& other) noexcept : m_fd(std::exchange(other.m_fd, -1)) {}
+    UniqueFd(UniqueFd&& other) noexcept : m_fd(other.release()) {}
     UniqueFd& operator=(UniqueFd&& other) noexcept
     {
         if (this != &other)
-            reset(std::exchange(other.m_fd, -1));
+            reset(other.release());
         return *this;
     }
     UniqueFd(const UniqueFd&) = delete;
@@ -27,6 +29,9 @@ public:
 
     int get() const { return m_fd; }
     bool valid() const { return m_fd >= 0; }
+    // Gives the descriptor up without closing it; the caller owns it.
+    int release() { return std::exchange(m_fd, -1); }
+    // Closes the descriptor held, if any, and takes `fd`.
     void reset(int fd = -1)
     {
         if (m_fd >= 0)
@@ -38,6 +43,6 @@ private:
     int m_fd = -1;
 };
 
-} // namespace zor::audio
+} // namespace zor
 
 #endif

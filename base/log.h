@@ -9,13 +9,23 @@
 //    "[AVSServerBackend] ERROR: [func()][line] ", always printed;
 //  - FarField: "[AVS_FFM][Line: N][func()]", always printed;
 //  - Bare: no prefix, always printed.
-#ifndef ZOR_TRANSPORT_LOG_H
-#define ZOR_TRANSPORT_LOG_H
+// The gate is the process-wide debug level (gs32DebugLevel), kept here so that
+// every subsystem logs through this unit alone; the exported GetLogDebugLevel
+// and setDebugLevel of transport/ read and write it. All functions are safe on
+// any thread and never throw.
+#ifndef ZOR_BASE_LOG_H
+#define ZOR_BASE_LOG_H
+
+#include <atomic>
 
 namespace zor::log
 {
 
 enum class Family { Trace, Error, Argument, Server, ServerError, FarField, Bare };
+
+// The debug level word: bit 1 turns error lines on, bit 8 trace lines. Starts
+// at 1 (errors). Relaxed order is enough: it orders nothing else.
+std::atomic<int>& debugLevel();
 
 bool enabled(Family family);
 
