@@ -5,6 +5,7 @@
 #define ZOR_SERVER_AVS_SERVER_BACKEND_H
 
 #include "mup/mup.h"
+#include "server/callback_worker.h"
 #include "zor/zor_callbacks.h"
 
 #include <pthread.h>
@@ -52,13 +53,17 @@ public:
     int SetFFMSup(_ST_FFM_INFO info);
 
 private:
-    // The three callback workers: created on first use, polling their pending
-    // flag every 200 ms for the life of the process.
+    // The three callback workers (server/callback_worker.h): created on first
+    // use, polling their pending flag every 200 ms for the life of the
+    // process. The entry functions are their threads' bodies.
     static void* _handleMicButtonTappedCallbackThread(void*);
     static void* _handleMicButtonHoldCallbackThread(void*);
     static void* _handleControlChangedCallbackThread(void*);
-    static void ensureWorker(pthread_t& handle, void* (*body)(void*));
+    static const zor::server::CallbackWorker s_micButtonTappedWorker;
+    static const zor::server::CallbackWorker s_micButtonHoldWorker;
+    static const zor::server::CallbackWorker s_controlChangedWorker;
 
+    // The workers' thread handles, 0 until the thread exists.
     pthread_t m_micButtonTappedThread;
     pthread_t m_micButtonHoldThread;
     pthread_t m_controlChangedThread;
