@@ -66,6 +66,9 @@ Params params();
 // is taken before any other lock of the pipeline, never after one.
 extern std::mutex controlMutex;
 
+// The set-up of the two thread-state locks, called once by the pipeline's
+// initialisation; they are constant-initialised, so there is nothing to do.
+void kel_avs_ffm_init_thread_mutex();
 // Start and stop; the caller holds controlMutex.
 int kel_avs_ffm_start_thread();
 int kel_avs_ffm_stop_thread();

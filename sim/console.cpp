@@ -228,8 +228,9 @@ std::string Console::execute(const std::string& line)
     if (command == "help") {
         // One answer line: the commands joined.
         std::string answer = "ok";
-        for (const std::string& line : consoleHelp())
-            answer += (answer.size() > 2 ? " | " : " ") + line.substr(line.find_first_not_of(' '));
+        for (const std::string& entry : consoleHelp())
+            answer +=
+                (answer.size() > 2 ? " | " : " ") + entry.substr(entry.find_first_not_of(' '));
         return answer;
     }
     if (command == "quit") {

@@ -25,6 +25,8 @@ thread_local unsigned long allocationsOnThisThread = 0;
 } // namespace
 
 #if ZOR_COUNT_ALLOCATIONS
+#include <malloc.h> // memalign's declaration
+
 // Every allocation of the process, libasound's and libzor's included, goes
 // through these; they count per thread and hand over to the C library.
 extern "C" {

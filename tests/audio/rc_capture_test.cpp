@@ -227,8 +227,9 @@ TEST_P(RcCaptureDataTest, CallbackAndDumpReceiveExactlyTheInputInPeriods)
 
 INSTANTIATE_TEST_SUITE_P(Inputs, RcCaptureDataTest,
                          testing::Values(Input::RegularFile, Input::PacedFifo),
-                         [](const testing::TestParamInfo<Input>& info) {
-                             return info.param == Input::RegularFile ? "RegularFile" : "PacedFifo";
+                         [](const testing::TestParamInfo<Input>& testCase) {
+                             return testCase.param == Input::RegularFile ? "RegularFile"
+                                                                         : "PacedFifo";
                          });
 
 TEST_F(RcCaptureTest, WithoutCallbackTheDumpStillGetsEveryPeriod)
@@ -380,8 +381,8 @@ TEST_P(RcCaptureFailureTest, ThreadEndsAndALaterStartWorks)
 }
 
 INSTANTIATE_TEST_SUITE_P(Failures, RcCaptureFailureTest, testing::ValuesIn(kFailureCases),
-                         [](const testing::TestParamInfo<FailureCase>& info) {
-                             return info.param.name;
+                         [](const testing::TestParamInfo<FailureCase>& testCase) {
+                             return testCase.param.name;
                          });
 
 // ---- Resources -------------------------------------------------------------

@@ -188,8 +188,8 @@ TEST_P(SoftmicSetUpFailureTest, FailsClosedAndALaterSetUpWorks)
 }
 
 INSTANTIATE_TEST_SUITE_P(Failures, SoftmicSetUpFailureTest, testing::ValuesIn(kSetUpFailures),
-                         [](const testing::TestParamInfo<SetUpFailure>& info) {
-                             return info.param.name;
+                         [](const testing::TestParamInfo<SetUpFailure>& testCase) {
+                             return testCase.param.name;
                          });
 
 // The far-field capture thread writes every period while the server thread

@@ -166,7 +166,7 @@ INSTANTIATE_TEST_SUITE_P(
                                   {0x5A, 0x4D, 0x55, 0x50, 0x01, 0x00, 0x03, 0x00, 0x01, 0x00,
                                    0x00, 0x00, 0x01, 0x00, 0x00, 0x00, 0xFF, 0xFF, 0xFF, 0xFF},
                                   "4294967295"}),
-    [](const testing::TestParamInfo<BadHeaderCase>& info) { return info.param.name; });
+    [](const testing::TestParamInfo<BadHeaderCase>& testCase) { return testCase.param.name; });
 
 TEST(FrameDecoding, ExactlyOneMebibyteIsAccepted)
 {

@@ -531,7 +531,7 @@ INSTANTIATE_TEST_SUITE_P(
                     RegistrationCase{"StaleSocketIsReplaced", Occupant::StaleSocket, 0},
                     RegistrationCase{"LivePeerKeepsItsName", Occupant::LivePeer, -1},
                     RegistrationCase{"ForeignFileIsLeftAlone", Occupant::RegularFile, -1}),
-    [](const testing::TestParamInfo<RegistrationCase>& info) { return info.param.name; });
+    [](const testing::TestParamInfo<RegistrationCase>& testCase) { return testCase.param.name; });
 
 TEST(Registration, ServedNameIsRefusedInThisProcessToo)
 {
@@ -601,7 +601,7 @@ INSTANTIATE_TEST_SUITE_P(
                                     {0x5A, 0x4D, 0x55, 0x50, 0x01, 0x00, 0x03, 0x00, 0x07, 0x00,
                                      0x00, 0x00, 0x03, 0x00, 0x04, 0x18, 0x00, 0x00, 0x00, 0x00},
                                     "reply frame"}),
-    [](const testing::TestParamInfo<MisbehavingCase>& info) { return info.param.name; });
+    [](const testing::TestParamInfo<MisbehavingCase>& testCase) { return testCase.param.name; });
 
 TEST(Server, HalfSentFrameDoesNotHoldUpOtherClients)
 {

@@ -63,7 +63,7 @@ INSTANTIATE_TEST_SUITE_P(
                     ReadCase{"EmptyBuffer", {}, 0, 4, 0, {}, 0},
                     ReadCase{"AllTakenAlready", {0xAA, 0xBB}, 2, 4, 0, {}, 0},
                     ReadCase{"ZeroCount", {0xAA}, 0, 0, 0, {}, 1}),
-    [](const testing::TestParamInfo<ReadCase>& info) { return info.param.name; });
+    [](const testing::TestParamInfo<ReadCase>& testCase) { return testCase.param.name; });
 
 struct Int32Case {
     const char* name;
@@ -99,7 +99,7 @@ INSTANTIATE_TEST_SUITE_P(
                     Int32Case{"FourBytesLittleEndian", {0x1E, 0x00, 0x00, 0x00}, 0, 30, 0},
                     Int32Case{"Negative", {0xFE, 0xFF, 0xFF, 0xFF, 0x07}, 0, -2, 1},
                     Int32Case{"AfterOtherBytes", {0x09, 0x02, 0x01, 0x00, 0x00}, 1, 0x102, 0}),
-    [](const testing::TestParamInfo<Int32Case>& info) { return info.param.name; });
+    [](const testing::TestParamInfo<Int32Case>& testCase) { return testCase.param.name; });
 
 TEST(MUPParamRoundTrip, IntegersAndBytesComeBackInOrder)
 {

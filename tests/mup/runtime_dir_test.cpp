@@ -164,7 +164,7 @@ INSTANTIATE_TEST_SUITE_P(
                                   "", "no-parent/a", "", "tmp", "", 0},
                     DirectoryCase{"NothingUsable", false, nullptr, "", "no-parent/a", "no-parent/b",
                                   "no-parent/c", "", 0}),
-    [](const testing::TestParamInfo<DirectoryCase>& info) { return info.param.name; });
+    [](const testing::TestParamInfo<DirectoryCase>& testCase) { return testCase.param.name; });
 
 TEST(RuntimeDirectoryChoices, ComeFromTheEnvironment)
 {
