@@ -47,12 +47,12 @@ test-asan:
 		ctest --test-dir build-asan --output-on-failure -LE web -E package_install -j $(JOBS)
 
 # The threaded tests under ThreadSanitizer (address randomisation off, which
-# some kernels need for its shadow memory). Only their targets are built (each
-# test names its own target; the programs they start are dependencies).
+# some kernels need for its shadow memory). Only their programs are built
+# (the configuration lists them in threaded-test-targets.txt; the programs
+# they start are dependencies).
 test-tsan:
 	cmake -S . -B build-tsan -DCMAKE_BUILD_TYPE=Debug -DZOR_SANITIZE=thread $(LINE_TABLES_DEBUG) $(CMAKE_FLAGS)
-	cmake --build build-tsan -j $(JOBS) --target \
-		$$(ctest --test-dir build-tsan -N -L threaded -LE web | sed -n 's/^ *Test *#[0-9]*: //p')
+	cmake --build build-tsan -j $(JOBS) --target $$(cat build-tsan/threaded-test-targets.txt)
 	TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1 \
 		$(TSAN_RUN) ctest --test-dir build-tsan --output-on-failure -L threaded -LE web -j $(JOBS)
 
