@@ -74,7 +74,7 @@ int ZOR_App_GetChannelList(_VOICECTRL_CHANNEL_INFO* pt_channel_info, unsigned lo
     // The list command asks for exactly the count just reported, and the
     // encoder reads no more than that into the temporary array.
     std::unique_ptr<_VOICECTRL_CHANNEL_INFO[]> channels;
-    if (count <= SIZE_MAX / sizeof(_VOICECTRL_CHANNEL_INFO))
+    if (static_cast<size_t>(count) <= SIZE_MAX / sizeof(_VOICECTRL_CHANNEL_INFO))
         channels.reset(new (std::nothrow) _VOICECTRL_CHANNEL_INFO[count]());
     if (!channels) {
         ZOR_PRINT("[20200228] %s line:%d  stChanelList.pstChanelInfo new fail\n", __func__,

@@ -111,7 +111,7 @@ int ZOR_App_GetInputSouceList(_VOICECTRL_SOURCE_INFO* pt_sourceList, int* i4_buf
     // The list command asks for exactly the count just reported, and the
     // encoder reads no more than that into the temporary array.
     std::unique_ptr<_VOICECTRL_SOURCE_INFO[]> sources;
-    if (count <= SIZE_MAX / sizeof(_VOICECTRL_SOURCE_INFO))
+    if (static_cast<size_t>(count) <= SIZE_MAX / sizeof(_VOICECTRL_SOURCE_INFO))
         sources.reset(new (std::nothrow) _VOICECTRL_SOURCE_INFO[count]());
     if (!sources) {
         ZOR_PRINT("[20200228] %s line:%d  stSourceList.pSourceList new fail\n", __func__, __LINE__);

@@ -84,7 +84,7 @@ void line(Family family, const char* function, int sourceLine, const char* forma
     int body = vsnprintf(buffer + prefix, sizeof(buffer) - prefix, format, args);
     va_end(args);
 
-    if (body >= 0 && static_cast<size_t>(prefix + body) < sizeof(buffer)) {
+    if (body >= 0 && static_cast<size_t>(prefix) + static_cast<size_t>(body) < sizeof(buffer)) {
         fwrite(buffer, 1, prefix + body, stdout);
     } else if (body >= 0) {
         std::string longLine(buffer, prefix);

@@ -10,7 +10,7 @@ host_packages=(
     libasound2-dev libevdev-dev libusb-1.0-0-dev libsndfile1-dev
     libgtest-dev libgmock-dev libbenchmark-dev nlohmann-json3-dev libcli11-dev
     espeak-ng sox alsa-utils
-    clang libclang-rt-14-dev clang-format
+    clang libclang-rt-14-dev clang-format clang-tidy
     libcpp-httplib-dev
     tshark
 )

@@ -14,7 +14,7 @@
 namespace zor::sim
 {
 
-class MiddlewareHandler : public OXAPC::C_OXAAVSServerHandler
+class MiddlewareHandler final : public OXAPC::C_OXAAVSServerHandler
 {
 public:
     using LineSink = std::function<void(const std::string&)>;

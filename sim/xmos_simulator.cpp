@@ -940,7 +940,7 @@ bool XmosSimulator::synthesize(const std::string& text, std::vector<int16_t>& mo
         return false;
     }
     close(fd);
-    std::string textArg = text;
+    const std::string& textArg = text;
     const char* argv[] = {"espeak-ng", "-w", path, textArg.c_str(), nullptr};
     pid_t pid = 0;
     int status = 0;

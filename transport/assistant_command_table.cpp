@@ -10,7 +10,6 @@ using K = RecordKind;
 using Q = RequestShape;
 using A = ReplyShape;
 constexpr ReadRule U = ReadRule::Unconditional;
-constexpr ReadRule G = ReadRule::Guarded;
 
 // Class 1: what the assistant tells the television about itself.
 // One row per command, on one line, reads as the table it is.

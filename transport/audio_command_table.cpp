@@ -10,7 +10,6 @@ using K = RecordKind;
 using Q = RequestShape;
 using A = ReplyShape;
 constexpr ReadRule U = ReadRule::Unconditional;
-constexpr ReadRule G = ReadRule::Guarded;
 
 // Class 4: one 32-bit word each way; the queries send theirs as zero.
 // One row per command, on one line, reads as the table it is.

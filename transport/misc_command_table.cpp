@@ -10,7 +10,6 @@ using K = RecordKind;
 using Q = RequestShape;
 using A = ReplyShape;
 constexpr ReadRule U = ReadRule::Unconditional;
-constexpr ReadRule G = ReadRule::Guarded;
 
 // Class 7: playback control, certificates, option bytes, applications, keys.
 // One row per command, on one line, reads as the table it is.

@@ -10,7 +10,6 @@ using K = RecordKind;
 using Q = RequestShape;
 using A = ReplyShape;
 constexpr ReadRule U = ReadRule::Unconditional;
-constexpr ReadRule G = ReadRule::Guarded;
 
 // Class 6: power, sources, FVP actions, token, time zone, portal application.
 // One row per command, on one line, reads as the table it is.

@@ -75,7 +75,7 @@ TEST_F(VideoFunctionsTest, CurrentSourceIsDeliveredWhateverTheStatusAndAlwaysTer
         const std::string function = get == ZOR_App_GetCurrentInputSource
                                          ? "ZOR_App_GetCurrentInputSource"
                                          : "ZOR_App_GetCurrentInputSrc";
-        EXPECT_THAT(printed([&] { result = get(nullptr); }),
+        EXPECT_THAT(printed([&result, fn = get] { result = fn(nullptr); }),
                     MatchesRegex(argLine(function, std::string(argument) + " is NULL")));
         EXPECT_EQ(result, -1);
         EXPECT_TRUE(sent().empty());
