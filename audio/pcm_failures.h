@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the audio paths do when a read or write fails: bring the stream back
 // where the device allows it, retry at one attempt per period, and keep the
 // log short while a device keeps failing.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A simulated sound card: an ALSA external PCM plugin (ioplug) of type
 // "zor_card" that the tests put behind "hw:CARD,DEV" through ALSA_CONFIG_PATH.
 // Unlike ALSA's file plugin over a null device it has hardware constraints of

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Far-field capture against the simulated sound card. The capture steps run
 // one by one on a card that reads a regular file, so every period's effect
 // on the ring can be checked; the whole pipeline runs with the card fed by
@@ -212,8 +213,8 @@ TEST_P(FfmCaptureConditionTest, RingHoldsWhatTheCardGaveOnce)
 }
 
 INSTANTIATE_TEST_SUITE_P(Card, FfmCaptureConditionTest, testing::ValuesIn(conditions()),
-                         [](const testing::TestParamInfo<Condition>& info) {
-                             return info.param.name;
+                         [](const testing::TestParamInfo<Condition>& testCase) {
+                             return testCase.param.name;
                          });
 
 struct RefusedSetUp {
@@ -261,7 +262,7 @@ INSTANTIATE_TEST_SUITE_P(
                     RefusedSetUp{"NoDevice", "2,0", "",
                                  "unable to open \"hw:1,0\"  PCM device: No such file or "
                                  "directory(1)"}),
-    [](const testing::TestParamInfo<RefusedSetUp>& info) { return info.param.name; });
+    [](const testing::TestParamInfo<RefusedSetUp>& testCase) { return testCase.param.name; });
 
 // A device that keeps failing is read once a period (here 2 ms), says so
 // once per thousand failures, and says when it is back.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Remote-control capture against the simulated sound card: a card that grants
 // other rates and periods, overruns, suspends, fails, reads short and goes
 // away. Each case checks what reached the callback and the dump, the lines,
@@ -239,8 +240,8 @@ TEST_P(RcCaptureConditionTest, DeliversWhatTheCardGaveOnce)
 }
 
 INSTANTIATE_TEST_SUITE_P(Card, RcCaptureConditionTest, testing::ValuesIn(conditions()),
-                         [](const testing::TestParamInfo<Condition>& info) {
-                             return info.param.name;
+                         [](const testing::TestParamInfo<Condition>& testCase) {
+                             return testCase.param.name;
                          });
 
 // Unplugged, the device fails every read from then on: the capture goes on
@@ -348,6 +349,6 @@ INSTANTIATE_TEST_SUITE_P(
                 {{"0,6", "channels [ 2 ]"}},
                 "unable to set hw parameters: Invalid argument"},
         Refusal{"NoDevice", {{"0,5", ""}}, "unable to open pcm device: No such file or directory"}),
-    [](const testing::TestParamInfo<Refusal>& info) { return info.param.name; });
+    [](const testing::TestParamInfo<Refusal>& testCase) { return testCase.param.name; });
 
 } // namespace

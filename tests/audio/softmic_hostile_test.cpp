@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Soft-microphone output against the simulated sound card: a card that grants
 // another rate or period size than asked for (reported with direction 0, as
 // most drivers do), refuses the format, underruns, suspends, fails and goes
@@ -159,7 +160,7 @@ INSTANTIATE_TEST_SUITE_P(
                     Grant{"PeriodFixedAt256", "rates [ 16000 ] period_frames [ 256 ]", 16000, 256},
                     Grant{"RateAndPeriod", "rates [ 48000 ] period_frames { min 960 max 4800 }",
                           48000, 960}),
-    [](const testing::TestParamInfo<Grant>& info) { return info.param.name; });
+    [](const testing::TestParamInfo<Grant>& testCase) { return testCase.param.name; });
 
 struct Refusal {
     const char* name;
@@ -192,7 +193,7 @@ INSTANTIATE_TEST_SUITE_P(
         Refusal{"NoS16", "formats [ S32_LE ]", "could not set alsa sample format:Invalid argument"},
         Refusal{"StereoOnly", "channels [ 2 ]", "could not set alsa channels:Invalid argument"},
         Refusal{"NoDevice", "", "unable to open pcm device: No such file or directory", "0,5"}),
-    [](const testing::TestParamInfo<Refusal>& info) { return info.param.name; });
+    [](const testing::TestParamInfo<Refusal>& testCase) { return testCase.param.name; });
 
 // ---- Failing writes ---------------------------------------------------------------
 
@@ -265,6 +266,6 @@ INSTANTIATE_TEST_SUITE_P(
                    {k, k, 100, k, k, k},
                    concat({periods({0, 1}), ramp(100, 0x100 + 2 * kFrames), periods({3, 4, 5})}),
                    {"short read, read 100 frames"}}),
-    [](const testing::TestParamInfo<WriteFault>& info) { return info.param.name; });
+    [](const testing::TestParamInfo<WriteFault>& testCase) { return testCase.param.name; });
 
 } // namespace
