@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The far-field pipeline against a board that misbehaves the way real ones
 // do: indexes not ready, indexes that cannot lie in the ring, a keyword
 // overwritten while the detection waits, a transfer that fails, stalls or

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The far-field pipeline soaked: wake word after wake word in accelerated
 // time. The capture is served as fast as it reads, the board's sample count
 // follows what it has taken, and the card holds back while a detection is in
