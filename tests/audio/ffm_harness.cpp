@@ -224,7 +224,7 @@ StreamCheck checkStream(const std::vector<int16_t>& samples, uint64_t first, uin
     return check;
 }
 
-FfmBench::FfmBench(BoardFeed feed) : m_feed(feed)
+FfmBench::FfmBench(BoardFeed feed)
 {
     using namespace audio::ffm;
     const std::string socket = m_alsa.dir() + "/xmos.sock";

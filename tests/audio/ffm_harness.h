@@ -152,7 +152,6 @@ public:
                   int timeoutMs = 10000);
 
 private:
-    BoardFeed m_feed;
     AlsaSim m_alsa;
     sim::XmosSimulator m_board;
     std::unique_ptr<FastCard> m_card;
