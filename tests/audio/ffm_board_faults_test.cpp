@@ -244,7 +244,7 @@ TEST_F(FfmBoardFaultTest, AKeywordOverwrittenWhileTheDetectionWaitsIsDropped)
     ASSERT_TRUE(bench.card().serve(240000));
     ASSERT_TRUE(bench.card().waitTaken());
     ffm::setParams(quick);
-    std::ofstream{flag};
+    std::ofstream{flag}.close(); // the file appearing is the signal
 
     expectCleanWakeWord();
     EXPECT_TRUE(contains(testing::internal::GetCapturedStdout(),
