@@ -10,6 +10,7 @@
 #include "audio/softmic_output.h"
 #include "base/log.h"
 #include "base/no_destructor.h"
+#include "base/unique_fd.h"
 
 #include <cerrno>
 #include <cstring>
@@ -35,7 +36,7 @@ std::atomic<bool> bKWflagLast{false};
 std::atomic<ZOR_PFN_PCM> g_fptrffmSendAudioPCMDataCallback{nullptr};
 
 std::mutex mutex_capture_exit;
-int capture_exit = -1;
+ThreadState capture_exit = ThreadState::None;
 char FFM_CAP_DEVICE[kDeviceNameSize] = "hw:0,0";
 
 namespace
@@ -46,7 +47,7 @@ std::mutex paramsMutex;
 // process exits.
 zor::NoDestructor<Params> currentParams;
 
-int readCaptureState()
+ThreadState readCaptureState()
 {
     std::lock_guard<std::mutex> lock(mutex_capture_exit);
     return capture_exit;
@@ -68,8 +69,184 @@ int openDump(const char* path)
 
 } // namespace
 
+namespace
+{
+
+// The set-up's steps print under its name, as the set-up's own lines.
+constexpr const char* kInitName = "kel_avs_ffm_alsa_capture_init";
+#define ZOR_FFM_INIT_LOG(...)                                                                      \
+    ::zor::log::line(::zor::log::Family::FarField, kInitName, __LINE__, __VA_ARGS__)
+
+// What a set-up acquires before it hands it to the records; released here
+// when a step fails, so a failed set-up leaves nothing for the stop step.
+struct Acquired {
+    UniqueFd pcmFd;
+    UniqueFd wwFd;
+    UniqueFd logFd;
+    PcmHandle pcm;
+    PcmGranted granted;
+    Buffer stereo;
+    Buffer mono;
+    Buffer ring;
+    Buffer copy;
+    Buffer metadata;
+};
+
+void nameDumpFiles(_ST_FFM_CAPTURE_BUF_CFG& cap, const char* dumpDir)
+{
+    char stamp[32] = "";
+    const time_t now = time(nullptr);
+    struct tm utc;
+    if (gmtime_r(&now, &utc) != nullptr)
+        strftime(stamp, sizeof(stamp), "%Y%m%d%H%M%S", &utc);
+    snprintf(cap.szPcmFile, sizeof(cap.szPcmFile), "%s%s%s%s", dumpDir, "PCM_rec", stamp, ".pcm");
+    snprintf(cap.szWWFile, sizeof(cap.szWWFile), "%s%s%s%s", dumpDir, "WW_rec", stamp, ".pcm");
+    snprintf(cap.szLogFile, sizeof(cap.szLogFile), "%s%s%s%s", dumpDir, "FFM_read_", stamp, ".log");
+}
+
+// All three are created before the first is checked, as the lines show.
+bool openDumpFiles(const _ST_FFM_CAPTURE_BUF_CFG& cap, Acquired& got)
+{
+    got.pcmFd.reset(openDump(cap.szPcmFile));
+    const int pcmErrno = errno;
+    got.wwFd.reset(openDump(cap.szWWFile));
+    const int wwErrno = errno;
+    got.logFd.reset(openDump(cap.szLogFile));
+    const int logErrno = errno;
+    const struct {
+        const UniqueFd& fd;
+        const char* path;
+        int error;
+        const char* tag;
+    } files[] = {{got.pcmFd, cap.szPcmFile, pcmErrno, "PCM Play"},
+                 {got.wwFd, cap.szWWFile, wwErrno, "PCM Play"},
+                 {got.logFd, cap.szLogFile, logErrno, "FFM Log"}};
+    for (const auto& file : files) {
+        if (!file.fd.valid()) {
+            ZOR_FFM_INIT_LOG("[PCM Play]==>file [%s] open fail!!!---[%s]\n\n", file.path,
+                             strerror(file.error));
+            return false;
+        }
+        ZOR_FFM_INIT_LOG("[%s]==>file [%s] open success!!!---[%s]\n\n", file.tag, file.path,
+                         strerror(file.error));
+    }
+    return true;
+}
+
+// The board's capture device may appear late: it is tried again, a delay
+// apart, up to the configured number of attempts.
+int openCaptureDevice(const char* device, const Params& settings, PcmHandle& pcm)
+{
+    ZOR_FFM_INIT_LOG("open \"%s\"  PCM device\n\n", device);
+    int failed = 0;
+    int result = openPcm(pcm, device, SND_PCM_STREAM_CAPTURE);
+    while (result < 0) {
+        if (++failed >= settings.captureOpenAttempts) {
+            ZOR_FFM_INIT_LOG("unable to open \"%s\"  PCM device: %s(%d)\n\n", device,
+                             snd_strerror(result), failed);
+            return result;
+        }
+        usleep(settings.captureOpenDelayMs * 1000);
+        result = openPcm(pcm, device, SND_PCM_STREAM_CAPTURE);
+    }
+    ZOR_FFM_INIT_LOG("open \"%s\" PCM device success (%d).\n\n", device, failed);
+    return result;
+}
+
+int configureCaptureDevice(Acquired& got)
+{
+    PcmRequest request;
+    request.channels = kCaptureChannels;
+    request.rate = HID_COMPATIBLE_SAMPLE_RATE;
+    request.periodFrames = kPeriodFrames;
+    request.periodsPerBuffer = kPeriodsPerBuffer;
+    PcmSetupLines lines;
+    lines.function = kInitName;
+    const int result = setUpPcmHardware(got.pcm.get(), request, lines, got.granted);
+    if (result < 0)
+        return result;
+    ZOR_FFM_INIT_LOG("get_period_size,  data->frames = %d\n\n",
+                     static_cast<int>(got.granted.appliedPeriodFrames));
+    if (got.granted.appliedPeriodFrames == 0)
+        got.granted.appliedPeriodFrames = kPeriodFrames;
+    return 0;
+}
+
+bool allocateBuffers(Acquired& got)
+{
+    const snd_pcm_uframes_t frames = got.granted.appliedPeriodFrames;
+    got.stereo = allocateBuffer(frames * 4);
+    got.mono = allocateBuffer(frames * 2);
+    if (!got.stereo || !got.mono) {
+        ZOR_FFM_INIT_LOG("malloc buffer error, %p %p\n\n", static_cast<void*>(got.stereo.get()),
+                         static_cast<void*>(got.mono.get()));
+        return false;
+    }
+    memset(got.stereo.get(), 0, frames * 4);
+    got.ring = allocateBuffer(kRingBytes);
+    got.copy = got.ring ? allocateBuffer(kCopyBufBytes) : nullptr;
+    if (!got.ring || !got.copy) {
+        ZOR_FFM_INIT_LOG("malloc ring buffer error\n\n");
+        return false;
+    }
+    got.metadata = allocateBuffer(METADATA_BLOB_LEN);
+    if (!got.metadata) {
+        ZOR_FFM_INIT_LOG("malloc MB buffer error\n\n");
+        return false;
+    }
+    // A block cut before the first wrap may reach into the unwritten part.
+    memset(got.ring.get(), 0, kRingBytes);
+    return true;
+}
+
+// Hands everything over to the two records. The dump descriptors go under
+// their lock (the control functions write separators into them); the ring
+// under its own, bInitFlag last, since the detection thread starts cutting
+// blocks once it sees it.
+void commit(Acquired& got, _ST_FFM_CAPTURE_BUF_CFG& cap, _ST_FFM_RING_BUF_CFG& ring)
+{
+    const snd_pcm_uframes_t frames = got.granted.appliedPeriodFrames;
+    {
+        std::lock_guard<std::mutex> lock(dumpMutex);
+        cap.s32PcmFd = got.pcmFd.release();
+        cap.s32WWFd = got.wwFd.release();
+        cap.s32LogFd = got.logFd.release();
+    }
+    cap.handle = std::move(got.pcm);
+    cap.s32Ret = 0;
+    cap.s32Dir = 0;
+    cap.frames = frames;
+    cap.u32BufferFrames = static_cast<uint32_t>(got.granted.bufferFrames);
+    cap.u32PeriodTime = got.granted.periodTimeUs;
+    cap.u32StereoBufSize = static_cast<uint32_t>(frames * 4);
+    cap.u32MonoBufSize = static_cast<uint32_t>(frames * 2);
+    cap.pStereoBuf = std::move(got.stereo);
+    cap.pMonoBuf = std::move(got.mono);
+    cap.readFailures.setPeriod(frames, got.granted.appliedRate);
+
+    std::lock_guard<std::mutex> lock(ringMutex);
+    ring.u32BufSize = kRingBytes;
+    ring.u32SampleCount = kRingSamples;
+    ring.pu8RingBuf = std::move(got.ring);
+    ring.pu8CopyBuf = std::move(got.copy);
+    ring.pu8Metadata = std::move(got.metadata);
+    ring.u32MetadataLen = 0;
+    ring.bKWflag.store(0, std::memory_order_relaxed);
+    ring.u64CurDeviceIndex = 0;
+    ring.u64BgKWDeviceIndex = 0;
+    ring.u64EndKWDeviceIndex = 0;
+    ring.u32CurIdx = 0;
+    ring.s64BgKWServerIndex = 0;
+    ring.u64EndKWServerIndex = 0;
+    ring.u64TotalCopySize = 0;
+    ring.bInitFlag = 1;
+}
+
+} // namespace
+
 // Both records stay untouched by other threads until bInitFlag is raised:
-// the detection thread does nothing before that.
+// the detection thread does nothing before that. Nothing reaches the records
+// before every step has succeeded.
 int kel_avs_ffm_alsa_capture_init(_ST_FFM_CAPTURE_BUF_CFG* cap, _ST_FFM_RING_BUF_CFG* ring,
                                   const char* device, const Params& settings)
 {
@@ -77,210 +254,17 @@ int kel_avs_ffm_alsa_capture_init(_ST_FFM_CAPTURE_BUF_CFG* cap, _ST_FFM_RING_BUF
         ZOR_FFM_LOG("data or RingBufcfg is null\n \n");
         return -1;
     }
-
-    cap->s32PcmFd = -1;
-    char stamp[32] = "";
-    const time_t now = time(nullptr);
-    struct tm utc;
-    if (gmtime_r(&now, &utc) != nullptr)
-        strftime(stamp, sizeof(stamp), "%Y%m%d%H%M%S", &utc);
-    const char* dumpDir = settings.dumpDir.c_str();
-    snprintf(cap->szPcmFile, sizeof(cap->szPcmFile), "%s%s%s%s", dumpDir, "PCM_rec", stamp, ".pcm");
-    snprintf(cap->szWWFile, sizeof(cap->szWWFile), "%s%s%s%s", dumpDir, "WW_rec", stamp, ".pcm");
-    snprintf(cap->szLogFile, sizeof(cap->szLogFile), "%s%s%s%s", dumpDir, "FFM_read_", stamp,
-             ".log");
-
-    {
-        std::lock_guard<std::mutex> lock(dumpMutex);
-        cap->s32PcmFd = openDump(cap->szPcmFile);
-        const int pcmErrno = errno;
-        cap->s32WWFd = openDump(cap->szWWFile);
-        const int wwErrno = errno;
-        cap->s32LogFd = openDump(cap->szLogFile);
-        const int logErrno = errno;
-        const struct {
-            int fd;
-            const char* path;
-            int error;
-            const char* tag;
-        } files[] = {{cap->s32PcmFd, cap->szPcmFile, pcmErrno, "PCM Play"},
-                     {cap->s32WWFd, cap->szWWFile, wwErrno, "PCM Play"},
-                     {cap->s32LogFd, cap->szLogFile, logErrno, "FFM Log"}};
-        for (const auto& file : files) {
-            if (file.fd < 0) {
-                ZOR_FFM_LOG("[PCM Play]==>file [%s] open fail!!!---[%s]\n\n", file.path,
-                            strerror(file.error));
-                return -1;
-            }
-            ZOR_FFM_LOG("[%s]==>file [%s] open success!!!---[%s]\n\n", file.tag, file.path,
-                        strerror(file.error));
-        }
-    }
-
-    ZOR_FFM_LOG("open \"%s\"  PCM device\n\n", device);
-    int failed = 0;
-    snd_pcm_t* pcm = nullptr;
-    cap->s32Ret = snd_pcm_open(&pcm, device, SND_PCM_STREAM_CAPTURE, 0);
-    while (cap->s32Ret < 0) {
-        if (++failed >= settings.captureOpenAttempts) {
-            ZOR_FFM_LOG("unable to open \"%s\"  PCM device: %s(%d)\n\n", device,
-                        snd_strerror(cap->s32Ret), failed);
-            return -1;
-        }
-        usleep(settings.captureOpenDelayMs * 1000);
-        cap->s32Ret = snd_pcm_open(&pcm, device, SND_PCM_STREAM_CAPTURE, 0);
-    }
-    cap->handle.reset(pcm);
-    ZOR_FFM_LOG("open \"%s\" PCM device success (%d).\n\n", device, failed);
-
-    snd_pcm_hw_params_t* hw = nullptr;
-    cap->s32Ret = snd_pcm_hw_params_malloc(&hw);
-    if (cap->s32Ret < 0) {
-        ZOR_FFM_LOG("could not allocate alsa hardware parameter structure:%s\n",
-                    snd_strerror(cap->s32Ret));
+    nameDumpFiles(*cap, settings.dumpDir.c_str());
+    Acquired got;
+    if (!openDumpFiles(*cap, got))
         return -1;
-    }
-    cap->params.reset(hw);
-    cap->s32Ret = snd_pcm_hw_params_any(pcm, hw);
-    if (cap->s32Ret < 0) {
-        ZOR_FFM_LOG("could not initialize alsa parameter structure:%s\n",
-                    snd_strerror(cap->s32Ret));
+    cap->s32Ret = openCaptureDevice(device, settings, got.pcm);
+    if (cap->s32Ret < 0)
         return -1;
-    }
-    cap->s32Ret = snd_pcm_hw_params_set_access(pcm, hw, SND_PCM_ACCESS_RW_INTERLEAVED);
-    if (cap->s32Ret < 0) {
-        ZOR_FFM_LOG("could not set access mode as INTERLEAVED.\n");
+    cap->s32Ret = configureCaptureDevice(got);
+    if (cap->s32Ret < 0 || !allocateBuffers(got))
         return -1;
-    }
-    cap->s32Ret = snd_pcm_hw_params_set_format(pcm, hw, SND_PCM_FORMAT_S16_LE);
-    if (cap->s32Ret < 0) {
-        ZOR_FFM_LOG("could not set alsa sample format:%s\n", snd_strerror(cap->s32Ret));
-        return -1;
-    }
-    cap->s32Ret = snd_pcm_hw_params_set_channels(pcm, hw, kCaptureChannels);
-    if (cap->s32Ret < 0) {
-        ZOR_FFM_LOG("could not set alsa channels:%s\n", snd_strerror(cap->s32Ret));
-        return -1;
-    }
-
-    unsigned int rate = HID_COMPATIBLE_SAMPLE_RATE;
-    cap->s32Dir = 0;
-    cap->s32Ret = snd_pcm_hw_params_set_rate_near(pcm, hw, &rate, &cap->s32Dir);
-    if (cap->s32Ret < 0) {
-        ZOR_FFM_LOG("could not set alsa sample rate:%s\n", snd_strerror(cap->s32Ret));
-        return -1;
-    }
-    // Drivers mostly report a whole-value change with direction 0: a value
-    // other than the one asked for is an adjustment too.
-    if (cap->s32Dir != 0 || rate != HID_COMPATIBLE_SAMPLE_RATE) {
-        ZOR_FFM_LOG("%s: hardware could not support sampling rate %d Hz, set %d Hz\n", __func__,
-                    static_cast<int>(rate), static_cast<int>(rate));
-        cap->s32Dir = 0;
-    }
-
-    unsigned int bufferTime = 0;
-    snd_pcm_hw_params_get_buffer_time_max(hw, &bufferTime, nullptr);
-    ZOR_FFM_LOG("buffer_time %u\n\n", bufferTime);
-
-    cap->frames = kPeriodFrames;
-    ZOR_FFM_LOG("%s: set period size %d frames\n", __func__, static_cast<int>(cap->frames));
-    cap->s32Ret = snd_pcm_hw_params_set_period_size_near(pcm, hw, &cap->frames, &cap->s32Dir);
-    if (cap->s32Ret < 0) {
-        ZOR_FFM_LOG("could not set alsa period size:%s\n", snd_strerror(cap->s32Ret));
-        return -1;
-    }
-    if (cap->s32Dir != 0 || cap->frames != kPeriodFrames) {
-        ZOR_FFM_LOG("%s: hardware could not support period size %d, set %d\n", __func__,
-                    static_cast<int>(cap->frames), static_cast<int>(cap->frames));
-        cap->s32Dir = 0;
-    }
-
-    cap->u32BufferFrames = static_cast<uint32_t>(kPeriodsPerBuffer * cap->frames);
-    snd_pcm_uframes_t bufferFrames = cap->u32BufferFrames;
-    cap->s32Ret = snd_pcm_hw_params_set_buffer_size_near(pcm, hw, &bufferFrames);
-    if (cap->s32Ret < 0) {
-        ZOR_FFM_LOG("could not set alsa buffer size:%s\n", snd_strerror(cap->s32Ret));
-        return -1;
-    }
-    cap->s32Ret = snd_pcm_hw_params(pcm, hw);
-    if (cap->s32Ret < 0) {
-        ZOR_FFM_LOG("unable to set hw parameters: %s\n\n", snd_strerror(cap->s32Ret));
-        return -1;
-    }
-
-    snd_pcm_access_t access = SND_PCM_ACCESS_RW_INTERLEAVED;
-    snd_pcm_format_t format = SND_PCM_FORMAT_S16_LE;
-    unsigned int channels = 0;
-    int dir = 0;
-    snd_pcm_uframes_t period = 0;
-    snd_pcm_uframes_t buffer = 0;
-    snd_pcm_hw_params_get_access(hw, &access);
-    snd_pcm_hw_params_get_format(hw, &format);
-    snd_pcm_hw_params_get_channels(hw, &channels);
-    ZOR_FFM_LOG("***********%s************\n\n", __func__);
-    ZOR_FFM_LOG("%d access_mode=%d\n\n", SND_PCM_ACCESS_RW_INTERLEAVED, static_cast<int>(access));
-    ZOR_FFM_LOG("%d sample_format=%d\n\n", SND_PCM_FORMAT_S16_LE, static_cast<int>(format));
-    ZOR_FFM_LOG("%d channels=%d\n\n", kCaptureChannels, static_cast<int>(channels));
-    snd_pcm_hw_params_get_rate(hw, &rate, &dir);
-    ZOR_FFM_LOG("%d sampling_rate=%d, dir=%d\n\n", HID_COMPATIBLE_SAMPLE_RATE,
-                static_cast<int>(rate), dir);
-    snd_pcm_hw_params_get_period_size(hw, &period, &dir);
-    ZOR_FFM_LOG("%d period=%d, dir=%d\n\n", static_cast<int>(cap->frames), static_cast<int>(period),
-                dir);
-    snd_pcm_hw_params_get_buffer_size(hw, &buffer);
-    ZOR_FFM_LOG("%d buffer=%d, dir=%d\n\n", static_cast<int>(cap->frames), static_cast<int>(buffer),
-                dir);
-    ZOR_FFM_LOG("************************\n\n");
-
-    snd_pcm_hw_params_get_period_size(hw, &cap->frames, &cap->s32Dir);
-    ZOR_FFM_LOG("get_period_size,  data->frames = %d\n\n", static_cast<int>(cap->frames));
-    if (cap->frames == 0)
-        cap->frames = kPeriodFrames;
-    cap->readFailures.setPeriod(cap->frames, rate);
-
-    cap->u32StereoBufSize = static_cast<uint32_t>(cap->frames * 4);
-    cap->u32MonoBufSize = static_cast<uint32_t>(cap->frames * 2);
-    cap->pStereoBuf = allocateBuffer(cap->u32StereoBufSize);
-    cap->pMonoBuf = allocateBuffer(cap->u32MonoBufSize);
-    if (!cap->pStereoBuf || !cap->pMonoBuf) {
-        ZOR_FFM_LOG("malloc buffer error, %p %p\n\n", static_cast<void*>(cap->pStereoBuf.get()),
-                    static_cast<void*>(cap->pMonoBuf.get()));
-        return -1;
-    }
-    memset(cap->pStereoBuf.get(), 0, cap->u32StereoBufSize);
-
-    snd_pcm_hw_params_get_period_time(hw, &cap->u32PeriodTime, &cap->s32Dir);
-
-    std::lock_guard<std::mutex> lock(ringMutex);
-    ring->u32BufSize = kRingBytes;
-    ring->u32SampleCount = kRingSamples;
-    ring->pu8RingBuf = allocateBuffer(kRingBytes);
-    if (!ring->pu8RingBuf) {
-        ZOR_FFM_LOG("malloc ring buffer error\n\n");
-        return -1;
-    }
-    ring->pu8CopyBuf = allocateBuffer(kCopyBufBytes);
-    if (!ring->pu8CopyBuf) {
-        ZOR_FFM_LOG("malloc ring buffer error\n\n");
-        return -1;
-    }
-    ring->pu8Metadata = allocateBuffer(METADATA_BLOB_LEN);
-    if (!ring->pu8Metadata) {
-        ZOR_FFM_LOG("malloc MB buffer error\n\n");
-        return -1;
-    }
-    // A block cut before the first wrap may reach into the unwritten part.
-    memset(ring->pu8RingBuf.get(), 0, kRingBytes);
-    ring->u32MetadataLen = 0;
-    ring->bKWflag.store(0, std::memory_order_relaxed);
-    ring->u64CurDeviceIndex = 0;
-    ring->u64BgKWDeviceIndex = 0;
-    ring->u64EndKWDeviceIndex = 0;
-    ring->u32CurIdx = 0;
-    ring->s64BgKWServerIndex = 0;
-    ring->u64EndKWServerIndex = 0;
-    ring->u64TotalCopySize = 0;
-    ring->bInitFlag = 1;
+    commit(got, *cap, *ring);
     ZOR_FFM_LOG("ffmalsaCaptureInit success\n\n");
     return 0;
 }
@@ -455,7 +439,7 @@ void* kel_avs_ffm_alsa_capture_thread(void*)
     if (kel_avs_ffm_alsa_capture_init(&captureBufCfg, &stRingBufCfg, device, settings) != 0) {
         ZOR_FFM_LOG("Error: alsa capture initialize failed!\n\n");
     } else {
-        while (readCaptureState() == 0) {
+        while (readCaptureState() == ThreadState::Running) {
             kel_avs_ffm_alsa_capture_write(&captureBufCfg, &stRingBufCfg);
             kel_avs_ffm_alsa_pcm_read(&captureBufCfg, &stRingBufCfg);
         }
@@ -463,7 +447,7 @@ void* kel_avs_ffm_alsa_capture_thread(void*)
     kel_avs_ffm_alsa_capture_stop(&captureBufCfg, &stRingBufCfg, device);
 
     std::lock_guard<std::mutex> lock(mutex_capture_exit);
-    capture_exit = -1;
+    capture_exit = ThreadState::None;
     ZOR_FFM_LOG("Exit ALSA capture thread.\n\n");
     return nullptr;
 }
@@ -488,7 +472,7 @@ Params params()
     return *currentParams;
 }
 
-int captureState()
+ThreadState captureState()
 {
     return readCaptureState();
 }

@@ -23,10 +23,8 @@ std::mutex controlMutex;
 namespace
 {
 
-// Readiness: 0 idle, 1 application ready, 2 DSP ready, 3 both (threads up).
-std::atomic<int> enInitComplete{0};
-// Action button: 0 idle, 1 pressed, 2 streaming live, 3 stream ended.
-std::atomic<int> enNotifyActionButtonPressed{0};
+std::atomic<Readiness> enInitComplete{Readiness::Idle};
+std::atomic<ActionButton> enNotifyActionButtonPressed{ActionButton::Idle};
 
 // A 32-bit little-endian 1 and 508 zero bytes, written into the dump files
 // where a stream ends.
@@ -52,7 +50,7 @@ private:
     bool m_ok = false;
 };
 
-void setState(std::mutex& mutex, int& state, int value)
+void setState(std::mutex& mutex, ThreadState& state, ThreadState value)
 {
     std::lock_guard<std::mutex> lock(mutex);
     state = value;
@@ -63,7 +61,7 @@ void startForReadiness()
     ZOR_FFM_LOG("FFM is all ready, starting...!!!\n\n");
     kel_avs_ffm_start_thread();
     // Whatever the start's result: a later stop and DSP-ready retries.
-    enInitComplete.store(3);
+    enInitComplete.store(Readiness::BothReady);
 }
 
 void writeSeparator(int fd)
@@ -73,6 +71,50 @@ void writeSeparator(int fd)
     const ssize_t written = write(fd, kSeparator, sizeof(kSeparator));
     if (written < static_cast<ssize_t>(sizeof(kSeparator)))
         ZOR_FFM_LOG("alsa short write: wrote %d bytes\n\n", static_cast<int>(written));
+}
+
+void dspReady(Readiness state)
+{
+    switch (state) {
+    case Readiness::Idle:
+        enInitComplete.store(Readiness::DspReady);
+        ZOR_FFM_LOG("FFM xmos is ready, starting thread when AVS is ready!!!\n\n");
+        break;
+    case Readiness::ApplicationReady:
+        startForReadiness();
+        break;
+    case Readiness::DspReady:
+    case Readiness::BothReady:
+        ZOR_FFM_LOG("FFM xmos was ready, status isn't change(%d)!!!\n\n", toInt(state));
+        break;
+    default: // a corrupt word
+        ZOR_FFM_LOG("enInitComplete error(%d)!!!\n\n", toInt(state));
+        break;
+    }
+}
+
+void dspNotReady(Readiness state)
+{
+    ZOR_FFM_LOG("old Status: enNotifyActionButtonPressed=%d, gSendFFMPCMDataDirectly=%d\n\n",
+                toInt(enNotifyActionButtonPressed.load()),
+                static_cast<int>(gSendFFMPCMDataDirectly.load()));
+    switch (state) {
+    case Readiness::BothReady:
+        ZOR_FFM_LOG("FFM xmos was ready, stoping...!!!\n\n");
+        kel_avs_ffm_stop_thread();
+        break;
+    case Readiness::Idle:
+    case Readiness::ApplicationReady:
+        ZOR_FFM_LOG("FFM xmos is not ready, status isn't change(%d)!!!\n\n", toInt(state));
+        break;
+    case Readiness::DspReady:
+        enInitComplete.store(Readiness::Idle);
+        ZOR_FFM_LOG("FFM xmos was ready, change status to idle!!!\n\n");
+        break;
+    default: // a corrupt word
+        ZOR_FFM_LOG("enInitComplete error(%d)!!!\n\n", toInt(state));
+        break;
+    }
 }
 
 } // namespace
@@ -97,24 +139,24 @@ int kel_avs_ffm_start_thread()
     // stop in between sees it.
     {
         std::unique_lock<std::mutex> lock(mutex_capture_exit);
-        if (capture_exit != -1) {
-            const int state = capture_exit;
+        if (capture_exit != ThreadState::None) {
+            const ThreadState state = capture_exit;
             lock.unlock();
-            ZOR_FFM_LOG("Already a capture thread running. (%d) \n\n", state);
+            ZOR_FFM_LOG("Already a capture thread running. (%d) \n\n", toInt(state));
             return 0;
         }
-        capture_exit = 0;
+        capture_exit = ThreadState::Running;
     }
     {
         std::unique_lock<std::mutex> lock(mutex_detection_exit);
-        if (detection_exit != -1) {
-            const int state = detection_exit;
+        if (detection_exit != ThreadState::None) {
+            const ThreadState state = detection_exit;
             lock.unlock();
-            setState(mutex_capture_exit, capture_exit, -1);
-            ZOR_FFM_LOG("Already a detection thread running. (%d) \n\n", state);
+            setState(mutex_capture_exit, capture_exit, ThreadState::None);
+            ZOR_FFM_LOG("Already a detection thread running. (%d) \n\n", toInt(state));
             return 0;
         }
-        detection_exit = 0;
+        detection_exit = ThreadState::Running;
     }
 
     {
@@ -126,13 +168,13 @@ int kel_avs_ffm_start_thread()
 
     pthread_t thread;
     if (pthread_create(&thread, attr.get(), kel_avs_ffm_alsa_capture_thread, nullptr) != 0) {
-        setState(mutex_detection_exit, detection_exit, -1);
-        setState(mutex_capture_exit, capture_exit, -1);
+        setState(mutex_detection_exit, detection_exit, ThreadState::None);
+        setState(mutex_capture_exit, capture_exit, ThreadState::None);
         ZOR_FFM_LOG("Create thread error!\n\n");
         return -1;
     }
     if (pthread_create(&thread, attr.get(), kel_avs_ffm_hid_detection_thread, nullptr) != 0) {
-        setState(mutex_detection_exit, detection_exit, -1);
+        setState(mutex_detection_exit, detection_exit, ThreadState::None);
         ZOR_FFM_LOG("Create thread error!\n\n");
         return -1;
     }
@@ -143,26 +185,26 @@ int kel_avs_ffm_stop_thread()
 {
     {
         std::unique_lock<std::mutex> lock(mutex_detection_exit);
-        if (detection_exit == 0) {
-            detection_exit = 1;
+        if (detection_exit == ThreadState::Running) {
+            detection_exit = ThreadState::StopRequested;
             lock.unlock();
             ZOR_FFM_LOG("Attempt to stop HID detection thread.\n\n");
         }
     }
     {
         std::unique_lock<std::mutex> lock(mutex_capture_exit);
-        if (capture_exit == 0) {
-            capture_exit = 1;
+        if (capture_exit == ThreadState::Running) {
+            capture_exit = ThreadState::StopRequested;
             lock.unlock();
             ZOR_FFM_LOG("Attempt to stop ALSA capture thread.\n\n");
         }
     }
-    enNotifyActionButtonPressed.store(0);
+    enNotifyActionButtonPressed.store(ActionButton::Idle);
     gSendFFMPCMDataDirectly.store(false);
     gSendFFMPCMData.store(false);
     gSendFFMPCMDataLast.store(false);
     bKWflagLast.store(false);
-    enInitComplete.store(1);
+    enInitComplete.store(Readiness::ApplicationReady);
     return 0;
 }
 
@@ -172,12 +214,23 @@ int kel_avs_ffm_stop_thread_on_device_loss()
     return kel_avs_ffm_stop_thread();
 }
 
-int readinessState()
+bool sendingDirectly()
+{
+    return gSendFFMPCMDataDirectly.load();
+}
+
+void setThreadStates(ThreadState state)
+{
+    setState(mutex_capture_exit, capture_exit, state);
+    setState(mutex_detection_exit, detection_exit, state);
+}
+
+Readiness readinessState()
 {
     return enInitComplete.load();
 }
 
-int buttonState()
+ActionButton buttonState()
 {
     return enNotifyActionButtonPressed.load();
 }
@@ -206,21 +259,21 @@ void KEL_AVS_FFM_Init(_ST_FFM_INFO info)
     }
     ZOR_FFM_LOG("FFM_CAP_DEVICE = %s\n", name);
 
-    const int state = enInitComplete.load();
+    const Readiness state = enInitComplete.load();
     switch (state) {
-    case 0:
-        enInitComplete.store(1);
+    case Readiness::Idle:
+        enInitComplete.store(Readiness::ApplicationReady);
         ZOR_FFM_LOG("FFM avs is ready, starting thread when xmos is ready!!!\n\n");
         break;
-    case 1:
-    case 3:
-        ZOR_FFM_LOG("FFM avs is ready, status isn't change(%d)!!!\n\n", state);
+    case Readiness::ApplicationReady:
+    case Readiness::BothReady:
+        ZOR_FFM_LOG("FFM avs is ready, status isn't change(%d)!!!\n\n", toInt(state));
         break;
-    case 2:
+    case Readiness::DspReady:
         startForReadiness();
         break;
-    default:
-        ZOR_FFM_LOG("enInitComplete error(%d)!!!\n\n", state);
+    default: // a corrupt word
+        ZOR_FFM_LOG("enInitComplete error(%d)!!!\n\n", toInt(state));
         break;
     }
 }
@@ -228,49 +281,14 @@ void KEL_AVS_FFM_Init(_ST_FFM_INFO info)
 void KEL_AVS_FFM_NotifyAudDSPStatus(int status)
 {
     std::lock_guard<std::mutex> control(controlMutex);
-    const int state = enInitComplete.load();
-    ZOR_FFM_LOG("Status = %d, enInitComplete = %d\n\n", status, state);
-    if (status == 1) {
-        switch (state) {
-        case 0:
-            enInitComplete.store(2);
-            ZOR_FFM_LOG("FFM xmos is ready, starting thread when AVS is ready!!!\n\n");
-            break;
-        case 1:
-            startForReadiness();
-            break;
-        case 2:
-        case 3:
-            ZOR_FFM_LOG("FFM xmos was ready, status isn't change(%d)!!!\n\n", state);
-            break;
-        default:
-            ZOR_FFM_LOG("enInitComplete error(%d)!!!\n\n", state);
-            break;
-        }
-    } else if (status == 0) {
-        ZOR_FFM_LOG("old Status: enNotifyActionButtonPressed=%d, gSendFFMPCMDataDirectly=%d\n\n",
-                    enNotifyActionButtonPressed.load(),
-                    static_cast<int>(gSendFFMPCMDataDirectly.load()));
-        switch (state) {
-        case 3:
-            ZOR_FFM_LOG("FFM xmos was ready, stoping...!!!\n\n");
-            kel_avs_ffm_stop_thread();
-            break;
-        case 0:
-        case 1:
-            ZOR_FFM_LOG("FFM xmos is not ready, status isn't change(%d)!!!\n\n", state);
-            break;
-        case 2:
-            enInitComplete.store(0);
-            ZOR_FFM_LOG("FFM xmos was ready, change status to idle!!!\n\n");
-            break;
-        default:
-            ZOR_FFM_LOG("enInitComplete error(%d)!!!\n\n", state);
-            break;
-        }
-    } else {
+    const Readiness state = enInitComplete.load();
+    ZOR_FFM_LOG("Status = %d, enInitComplete = %d\n\n", status, toInt(state));
+    if (status == 1)
+        dspReady(state);
+    else if (status == 0)
+        dspNotReady(state);
+    else
         ZOR_FFM_LOG("not define Status value\n\n");
-    }
 }
 
 int KEL_AVS_FFM_TriggerCaptureData(int start)
@@ -284,12 +302,12 @@ void KEL_AVS_FFM_TrigSendPCMData(bool send)
 {
     ZOR_FFM_LOG("TrigSendPCMData %d, enNotifyActionButtonPressed = %d, "
                 "gSendFFMPCMDataDirectly = %d\n\n",
-                static_cast<int>(send), enNotifyActionButtonPressed.load(),
+                static_cast<int>(send), toInt(enNotifyActionButtonPressed.load()),
                 static_cast<int>(gSendFFMPCMDataDirectly.load()));
     gSendFFMPCMData.store(send);
     if (send) {
-        int pressed = 1;
-        if (enNotifyActionButtonPressed.compare_exchange_strong(pressed, 2))
+        ActionButton pressed = ActionButton::Pressed;
+        if (enNotifyActionButtonPressed.compare_exchange_strong(pressed, ActionButton::Streaming))
             gSendFFMPCMDataDirectly.store(true);
         return;
     }
@@ -299,16 +317,16 @@ void KEL_AVS_FFM_TrigSendPCMData(bool send)
         writeSeparator(captureBufCfg.s32PcmFd);
         writeSeparator(captureBufCfg.s32WWFd);
     }
-    int streaming = 2;
-    enNotifyActionButtonPressed.compare_exchange_strong(streaming, 3);
+    ActionButton streaming = ActionButton::Streaming;
+    enNotifyActionButtonPressed.compare_exchange_strong(streaming, ActionButton::StreamEnded);
 }
 
 void KEL_AVS_FFM_NotifyActionButtonPressed(void)
 {
-    int state = enNotifyActionButtonPressed.load();
-    ZOR_FFM_LOG("Alexa Action was Pressed, enNotifyActionButtonPressed = %d\n\n", state);
-    while (state == 0 || state == 3) {
-        if (enNotifyActionButtonPressed.compare_exchange_weak(state, 1))
+    ActionButton state = enNotifyActionButtonPressed.load();
+    ZOR_FFM_LOG("Alexa Action was Pressed, enNotifyActionButtonPressed = %d\n\n", toInt(state));
+    while (state == ActionButton::Idle || state == ActionButton::StreamEnded) {
+        if (enNotifyActionButtonPressed.compare_exchange_weak(state, ActionButton::Pressed))
             return;
     }
     ZOR_FFM_LOG("Alexa Action isn't idle\n\n");

@@ -26,7 +26,7 @@ namespace zor::audio::ffm
 std::atomic<ZOR_PFN_WAKEWORD> g_fptrSendWakeWordDetectionSignalallback{nullptr};
 std::atomic<ZOR_PFN_VOID> gfptrNotifyUIWakeWordDectcallback{nullptr};
 std::mutex mutex_detection_exit;
-int detection_exit = -1;
+ThreadState detection_exit = ThreadState::None;
 
 namespace
 {
@@ -55,7 +55,7 @@ constexpr unsigned kIndexQueryPauseUs = 2000;
 zor::NoDestructor<std::unique_ptr<XmosDevice>> deviceHolder;
 std::unique_ptr<XmosDevice>& device = *deviceHolder;
 
-int readDetectionState()
+ThreadState readDetectionState()
 {
     std::lock_guard<std::mutex> lock(mutex_detection_exit);
     return detection_exit;
@@ -173,7 +173,7 @@ void kel_avs_ffm_hid_detectionLoop(_ST_FFM_CAPTURE_BUF_CFG* cap, _ST_FFM_RING_BU
                         attempt);
             return;
         }
-        if (readDetectionState() != 0)
+        if (readDetectionState() != ThreadState::Running)
             return;
         usleep(kIndexQueryPauseUs);
     }
@@ -278,7 +278,7 @@ void* kel_avs_ffm_hid_detection_thread(void*)
     prctl(PR_SET_NAME, "ffm_hid_det", 0, 0, 0);
 
     if (kel_avs_ffm_hid_init()) {
-        while (readDetectionState() == 0) {
+        while (readDetectionState() == ThreadState::Running) {
             kel_avs_ffm_hid_detectionLoop(&captureBufCfg, &stRingBufCfg);
             bool ready = false;
             {
@@ -296,12 +296,12 @@ void* kel_avs_ffm_hid_detection_thread(void*)
     kel_avs_ffm_hid_deinit();
 
     std::lock_guard<std::mutex> lock(mutex_detection_exit);
-    detection_exit = -1;
+    detection_exit = ThreadState::None;
     ZOR_FFM_LOG("Exit ffm_hid_det thread.\n\n");
     return nullptr;
 }
 
-int detectionState()
+ThreadState detectionState()
 {
     return readDetectionState();
 }

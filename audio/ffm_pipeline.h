@@ -5,6 +5,7 @@
 #define ZOR_AUDIO_FFM_PIPELINE_H
 
 #include "audio/ffm_records.h"
+#include "audio/thread_state.h"
 #include "zor/zor_callbacks.h"
 
 #include <atomic>
@@ -37,12 +38,28 @@ extern std::atomic<ZOR_PFN_PCM> g_fptrffmSendAudioPCMDataCallback;
 extern std::atomic<ZOR_PFN_WAKEWORD> g_fptrSendWakeWordDetectionSignalallback;
 extern std::atomic<ZOR_PFN_VOID> gfptrNotifyUIWakeWordDectcallback;
 
-// Thread state words: -1 no thread, 0 running, 1 stop requested. Read and
-// written only under their locks, which live as long as the process.
+// Thread state words. Read and written only under their locks, which live as
+// long as the process.
 extern std::mutex mutex_capture_exit;
-extern int capture_exit;
+extern ThreadState capture_exit;
 extern std::mutex mutex_detection_exit;
-extern int detection_exit;
+extern ThreadState detection_exit;
+
+// Readiness of the two parties; both ready starts the pipeline's threads.
+enum class Readiness : int32_t {
+    Idle = 0,
+    ApplicationReady = 1, // the DSP is not ready yet
+    DspReady = 2,         // the application is not ready yet
+    BothReady = 3,        // the threads have been started
+};
+
+// The assistant's action button: live audio without a keyword.
+enum class ActionButton : int32_t {
+    Idle = 0,
+    Pressed = 1,     // waits for the application's request for audio
+    Streaming = 2,   // live periods go to the application directly
+    StreamEnded = 3, // idle again
+};
 
 // "hw:C,D", written under mutex_capture_exit.
 constexpr size_t kDeviceNameSize = 16;
@@ -86,11 +103,26 @@ uint32_t kel_avs_ffm_ClockGetInMS();
 int kel_avs_ffm_getMetadataBlob(const char* script, const char* file, uint32_t* length,
                                 uint8_t* blob);
 
-// Observers for tests and tools.
-int captureState();
-int detectionState();
-int readinessState();
-int buttonState();
+// Observers for tests and tools; each reads under its lock or atomically.
+ThreadState captureState();
+ThreadState detectionState();
+Readiness readinessState();
+ActionButton buttonState();
+// Whether live periods go to the application from the capture step.
+bool sendingDirectly();
+// Sets both thread state words at once, each under its lock, with no thread
+// behind them: lets a test put the control functions in the state of a
+// running (or ended) pipeline.
+void setThreadStates(ThreadState state);
+// The number a log line prints for a state.
+constexpr int toInt(Readiness state)
+{
+    return static_cast<int>(state);
+}
+constexpr int toInt(ActionButton state)
+{
+    return static_cast<int>(state);
+}
 
 } // namespace zor::audio::ffm
 

@@ -5,6 +5,7 @@
 #ifndef ZOR_AUDIO_FFM_RECORDS_H
 #define ZOR_AUDIO_FFM_RECORDS_H
 
+#include "audio/alsa_pcm.h"
 #include "audio/pcm_failures.h"
 
 #include <alsa/asoundlib.h>
@@ -40,23 +41,11 @@ inline Buffer allocateBuffer(size_t bytes)
     return Buffer(static_cast<uint8_t*>(std::malloc(bytes)));
 }
 
-struct PcmCloser {
-    void operator()(snd_pcm_t* pcm) const
-    {
-        snd_pcm_drain(pcm);
-        snd_pcm_close(pcm);
-    }
-};
-struct HwParamsFree {
-    void operator()(snd_pcm_hw_params_t* params) const { snd_pcm_hw_params_free(params); }
-};
-
 struct _ST_FFM_CAPTURE_BUF_CFG {
     int32_t s32Ret = 0;
     uint32_t u32StereoBufSize = 0;
     uint32_t u32MonoBufSize = 0;
-    std::unique_ptr<snd_pcm_t, PcmCloser> handle;
-    std::unique_ptr<snd_pcm_hw_params_t, HwParamsFree> params;
+    PcmHandle handle;
     uint32_t u32PeriodTime = 0;
     int32_t s32Dir = 0;
     snd_pcm_uframes_t frames = 0;

@@ -13,7 +13,6 @@ void _ST_FFM_CAPTURE_BUF_CFG::reset()
     u32StereoBufSize = 0;
     u32MonoBufSize = 0;
     handle.reset();
-    params.reset();
     u32PeriodTime = 0;
     s32Dir = 0;
     frames = 0;

@@ -6,6 +6,7 @@
 
 #include "audio/alsa_pcm.h"
 #include "audio/pcm_failures.h"
+#include "audio/thread_state.h"
 #include "base/log.h"
 #include "base/unique_fd.h"
 #include "zor/zor_audio.h"
@@ -37,11 +38,10 @@ constexpr unsigned kRequestedRate = 16000;
 constexpr snd_pcm_uframes_t kRequestedPeriodFrames = 32;
 constexpr size_t kPathSize = 256;
 
-// -1 no capture thread, 0 running, 1 stop requested. Every change and every
-// read happens under the lock; a std::mutex is constant-initialised, so it is
-// usable from the first call on.
+// Every change and every read happens under the lock; a std::mutex is
+// constant-initialised, so it is usable from the first call on.
 std::mutex mutex_capture_exit;
-int capture_exit = -1;
+ThreadState capture_exit = ThreadState::None;
 std::condition_variable captureEnded;
 
 // Read afresh for every period: the application may register at any time.
@@ -60,10 +60,36 @@ struct CaptureContext {
     FailureRun readFailures;
 };
 
-int readState()
+ThreadState readState()
 {
     std::lock_guard<std::mutex> lock(mutex_capture_exit);
     return capture_exit;
+}
+
+// The device's set-up prints only its failures, and those once, at the step
+// that applies the parameters: a device that refuses the layout is refused
+// rather than captured in a layout that the callback and the dump do not
+// expect; the rate and period are the nearest the device grants.
+int configureDevice(CaptureContext& context)
+{
+    PcmRequest request;
+    request.rate = kRequestedRate;
+    request.periodFrames = kRequestedPeriodFrames;
+    PcmSetupLines lines;
+    lines.family = log::Family::Bare;
+    lines.function = "alsaCaptureInit";
+    lines.applyFailed = "unable to set hw parameters: %s\n";
+    lines.allocFailed = lines.applyFailed;
+    for (const char** quiet :
+         {&lines.anyFailed, &lines.accessFailed, &lines.formatFailed, &lines.channelsFailed,
+          &lines.rateFailed, &lines.rateAdjusted, &lines.bufferTimeMax, &lines.periodAsked,
+          &lines.periodFailed, &lines.periodAdjusted, &lines.bufferFailed, &lines.settingsEnd})
+        *quiet = nullptr;
+    PcmGranted granted;
+    const int result = setUpPcmHardware(context.pcm.get(), request, lines, granted);
+    context.rate = granted.rate;
+    context.periodFrames = granted.appliedPeriodFrames;
+    return result;
 }
 
 int alsaCaptureInit(CaptureContext& context, const std::string& dumpDir)
@@ -92,40 +118,12 @@ int alsaCaptureInit(CaptureContext& context, const std::string& dumpDir)
     }
     ZOR_PRINT("open \"%s\" PCM device success.\n", kCaptureDevice);
 
-    // Only needed to configure the device; released when this returns.
-    HwParams params;
-    context.lastResult = allocateHwParams(params);
-    if (context.lastResult < 0) {
-        ZOR_PRINT("unable to set hw parameters: %s\n", snd_strerror(context.lastResult));
+    const int set = configureDevice(context);
+    if (set < 0) {
+        context.lastResult = set;
         return -1;
     }
-    snd_pcm_t* pcm = context.pcm.get();
-    snd_pcm_hw_params_any(pcm, params.get());
-    // These three print no line of their own; a device that refuses one is
-    // refused at the step that applies the parameters, rather than captured
-    // in a layout that the callback and the dump do not expect.
-    const int refused[] = {
-        snd_pcm_hw_params_set_access(pcm, params.get(), SND_PCM_ACCESS_RW_INTERLEAVED),
-        snd_pcm_hw_params_set_format(pcm, params.get(), SND_PCM_FORMAT_S16_LE),
-        snd_pcm_hw_params_set_channels(pcm, params.get(), 1),
-    };
-    context.rate = kRequestedRate;
-    snd_pcm_hw_params_set_rate_near(pcm, params.get(), &context.rate, &context.dir);
-    context.periodFrames = kRequestedPeriodFrames;
-    snd_pcm_hw_params_set_period_size_near(pcm, params.get(), &context.periodFrames, &context.dir);
-
     context.lastResult = 0;
-    for (int result : refused)
-        if (result < 0 && context.lastResult == 0)
-            context.lastResult = result;
-    if (context.lastResult == 0)
-        context.lastResult = snd_pcm_hw_params(pcm, params.get());
-    if (context.lastResult < 0) {
-        ZOR_PRINT("unable to set hw parameters: %s\n", snd_strerror(context.lastResult));
-        return -1;
-    }
-
-    snd_pcm_hw_params_get_period_size(params.get(), &context.periodFrames, &context.dir);
     context.periodBytes = static_cast<unsigned>(context.periodFrames * 2);
     context.readFailures.setPeriod(context.periodFrames, context.rate);
     try {
@@ -193,11 +191,11 @@ void alsaCaptureThread(const std::string& dumpDir)
         // Everything the context holds is released before the state says the
         // thread is gone, so a new capture can open the device again.
         CaptureContext context;
-        int state = readState();
+        ThreadState state = readState();
         if (alsaCaptureInit(context, dumpDir) != 0) {
             ZOR_PRINT("Error: alsa capture initialize failed!\n");
         } else {
-            while (state == 0) {
+            while (state == ThreadState::Running) {
                 alsaCaptureWrite(context);
                 state = readState();
             }
@@ -206,10 +204,10 @@ void alsaCaptureThread(const std::string& dumpDir)
     }
 
     {
-        // Notified under the lock: once a waiter has seen -1, this thread no
+        // Notified under the lock: once a waiter has seen None, this thread no
         // longer touches the condition variable.
         std::lock_guard<std::mutex> lock(mutex_capture_exit);
-        capture_exit = -1;
+        capture_exit = ThreadState::None;
         captureEnded.notify_all();
     }
     ZOR_PRINT("Exit ALSA capture thread.\n");
@@ -220,15 +218,15 @@ void alsaCaptureThread(const std::string& dumpDir)
 int startAlsaCaptureThreadInto(const char* dumpDir)
 {
     std::unique_lock<std::mutex> lock(mutex_capture_exit);
-    if (capture_exit != -1) {
+    if (capture_exit != ThreadState::None) {
         // A start that finds a capture asks it to stop; the caller starts
-        // again once the state is back to -1.
-        capture_exit = 1;
+        // again once the state is back to None.
+        capture_exit = ThreadState::StopRequested;
         lock.unlock();
         ZOR_PRINT("Already a capture thread running. wait it stopping \n");
         return 0;
     }
-    capture_exit = 0;
+    capture_exit = ThreadState::Running;
     lock.unlock();
 
     try {
@@ -236,7 +234,7 @@ int startAlsaCaptureThreadInto(const char* dumpDir)
     } catch (const std::exception&) {
         {
             std::lock_guard<std::mutex> relock(mutex_capture_exit);
-            capture_exit = -1;
+            capture_exit = ThreadState::None;
             captureEnded.notify_all();
         }
         ZOR_PRINT("Create thread error!\n");
@@ -245,7 +243,7 @@ int startAlsaCaptureThreadInto(const char* dumpDir)
     return 0;
 }
 
-int captureState()
+ThreadState captureState()
 {
     return readState();
 }
@@ -254,7 +252,7 @@ bool waitForCaptureEnd(int timeoutMs)
 {
     std::unique_lock<std::mutex> lock(mutex_capture_exit);
     return captureEnded.wait_for(lock, std::chrono::milliseconds(timeoutMs),
-                                 [] { return capture_exit == -1; });
+                                 [] { return capture_exit == ThreadState::None; });
 }
 
 } // namespace zor::audio
@@ -268,8 +266,8 @@ int stopAlsaCaptureThread(void)
 {
     using namespace zor::audio;
     std::unique_lock<std::mutex> lock(mutex_capture_exit);
-    if (capture_exit == 0) {
-        capture_exit = 1;
+    if (capture_exit == ThreadState::Running) {
+        capture_exit = ThreadState::StopRequested;
         lock.unlock();
         ZOR_PRINT("Attempt to stop ALSA capture thread.\n");
     }

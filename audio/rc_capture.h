@@ -4,6 +4,7 @@
 #ifndef ZOR_AUDIO_RC_CAPTURE_H
 #define ZOR_AUDIO_RC_CAPTURE_H
 
+#include "audio/thread_state.h"
 #include "zor/zor_types.h"
 
 namespace zor::audio
@@ -13,12 +14,11 @@ namespace zor::audio
 // in '/') instead of "/tmp/". The directory is copied; same results.
 int startAlsaCaptureThreadInto(const char* dumpDir);
 
-// The capture state: -1 no capture thread, 0 running, 1 stop requested.
-// Not exported: zorctl and the tests link the library's objects statically
+// The capture state. Not exported: zorctl and the tests link the library's objects statically
 // (zor_internal) to wait for the capture they started.
-int captureState();
+ThreadState captureState();
 
-// Waits until the capture state is -1, at most `timeoutMs`; true when it is.
+// Waits until the capture state is None, at most `timeoutMs`; true when it is.
 // The thread may still be printing its last line when this returns.
 bool waitForCaptureEnd(int timeoutMs);
 

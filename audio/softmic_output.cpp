@@ -29,7 +29,7 @@ namespace
 
 constexpr const char* kOutputDevice = "hw:0,3";
 constexpr snd_pcm_uframes_t kPeriodFrames = 320;
-constexpr snd_pcm_uframes_t kPeriodsPerBuffer = 8;
+constexpr unsigned kPeriodsPerBuffer = 8;
 
 // Set-up and stop run one at a time (they also guard g_alsa_write_handle).
 std::mutex controlMutex;
@@ -96,111 +96,38 @@ int youtube_softmic_alsa_write_init(void)
     takeOutput().reset();
 
     PcmHandle pcm;
-    _ST_ALSA_WRITE_PARAMS& params = g_alsa_write_handle;
-
-    int err = openPcm(pcm, kOutputDevice, SND_PCM_STREAM_PLAYBACK);
+    const int err = openPcm(pcm, kOutputDevice, SND_PCM_STREAM_PLAYBACK);
     if (err < 0) {
         ZOR_FFM_LOG("unable to open pcm device: %s\n\n", snd_strerror(err));
         return -1;
     }
-    snd_pcm_t* handle = pcm.get();
 
-    // Freed when the set-up ends; the device keeps its own copy.
-    HwParams write_params;
-    err = allocateHwParams(write_params);
-    if (err < 0) {
-        ZOR_FFM_LOG("could not allocate alsa hardware parameter structure:%s\n", snd_strerror(err));
+    // The record says what is asked; it keeps the rate and period granted,
+    // even when a later step fails.
+    _ST_ALSA_WRITE_PARAMS& params = g_alsa_write_handle;
+    PcmRequest request;
+    request.access = static_cast<snd_pcm_access_t>(params.u32Access);
+    request.format = static_cast<snd_pcm_format_t>(params.u32Format);
+    request.channels = params.u32Channels;
+    request.rate = params.u32Rate;
+    request.periodFrames = kPeriodFrames;
+    request.periodsPerBuffer = kPeriodsPerBuffer;
+    PcmSetupLines lines;
+    lines.function = __func__;
+    lines.bufferTimeMax = nullptr;
+    // The buffer's refusal has always carried the period's text.
+    lines.bufferFailed = "could not set alsa period size:%s\n";
+    lines.adjustedFirst = FirstNumber::Asked;
+    lines.settingsEnd = "\n";
+    lines.settingsRate = FirstNumber::Granted;
+    PcmGranted granted;
+    granted.rate = params.u32Rate;
+    granted.periodFrames = kPeriodFrames;
+    const int result = setUpPcmHardware(pcm.get(), request, lines, granted);
+    params.u32Rate = granted.rate;
+    params.u32PeriodSize = static_cast<uint32_t>(granted.periodFrames);
+    if (result < 0)
         return -1;
-    }
-    snd_pcm_hw_params_t* hw = write_params.get();
-    err = snd_pcm_hw_params_any(handle, hw);
-    if (err < 0) {
-        ZOR_FFM_LOG("could not initialize alsa parameter structure:%s\n", snd_strerror(err));
-        return -1;
-    }
-    if (snd_pcm_hw_params_set_access(handle, hw, static_cast<snd_pcm_access_t>(params.u32Access)) <
-        0) {
-        ZOR_FFM_LOG("could not set access mode as INTERLEAVED.\n");
-        return -1;
-    }
-    err = snd_pcm_hw_params_set_format(handle, hw, static_cast<snd_pcm_format_t>(params.u32Format));
-    if (err < 0) {
-        ZOR_FFM_LOG("could not set alsa sample format:%s\n", snd_strerror(err));
-        return -1;
-    }
-    err = snd_pcm_hw_params_set_channels(handle, hw, params.u32Channels);
-    if (err < 0) {
-        ZOR_FFM_LOG("could not set alsa channels:%s\n", snd_strerror(err));
-        return -1;
-    }
-
-    int dir = 0;
-    unsigned int rate = params.u32Rate;
-    err = snd_pcm_hw_params_set_rate_near(handle, hw, &rate, &dir);
-    if (err < 0) {
-        ZOR_FFM_LOG("could not set alsa sample rate:%s\n", snd_strerror(err));
-        return -1;
-    }
-    // Drivers mostly report a whole-value change with direction 0: a rate
-    // other than the one asked for is an adjustment too.
-    if (dir != 0 || rate != params.u32Rate) {
-        ZOR_FFM_LOG("%s: hardware could not support sampling rate %d Hz, set %d Hz\n", __func__,
-                    static_cast<int>(params.u32Rate), static_cast<int>(rate));
-        params.u32Rate = rate;
-        dir = 0;
-    }
-
-    snd_pcm_uframes_t period = kPeriodFrames;
-    ZOR_FFM_LOG("%s: set period size %d frames\n", __func__, static_cast<int>(period));
-    params.u32PeriodSize = static_cast<uint32_t>(period);
-    err = snd_pcm_hw_params_set_period_size_near(handle, hw, &period, &dir);
-    if (err < 0) {
-        ZOR_FFM_LOG("could not set alsa period size:%s\n", snd_strerror(err));
-        return -1;
-    }
-    if (dir != 0 || period != params.u32PeriodSize) {
-        ZOR_FFM_LOG("%s: hardware could not support period size %d, set %d\n", __func__,
-                    static_cast<int>(params.u32PeriodSize), static_cast<int>(period));
-        params.u32PeriodSize = static_cast<uint32_t>(period);
-        dir = 0;
-    }
-
-    snd_pcm_uframes_t buffer = params.u32PeriodSize * kPeriodsPerBuffer;
-    err = snd_pcm_hw_params_set_buffer_size_near(handle, hw, &buffer);
-    if (err < 0) {
-        ZOR_FFM_LOG("could not set alsa period size:%s\n", snd_strerror(err));
-        return -1;
-    }
-
-    err = snd_pcm_hw_params(handle, hw);
-    if (err < 0) {
-        ZOR_FFM_LOG("unable to set hw parameters: %s\n\n", snd_strerror(err));
-        return -1;
-    }
-
-    snd_pcm_access_t access = SND_PCM_ACCESS_RW_INTERLEAVED;
-    snd_pcm_format_t format = SND_PCM_FORMAT_S16_LE;
-    unsigned int channels = 0;
-    snd_pcm_hw_params_get_access(hw, &access);
-    snd_pcm_hw_params_get_format(hw, &format);
-    snd_pcm_hw_params_get_channels(hw, &channels);
-    snd_pcm_hw_params_get_rate(hw, &rate, &dir);
-    ZOR_FFM_LOG("***********%s************\n", __func__);
-    ZOR_FFM_LOG("%d access_mode=%d\n", static_cast<int>(params.u32Access),
-                static_cast<int>(access));
-    ZOR_FFM_LOG("%d sample_format=%d\n", static_cast<int>(params.u32Format),
-                static_cast<int>(format));
-    ZOR_FFM_LOG("%d channels=%d\n", static_cast<int>(params.u32Channels),
-                static_cast<int>(channels));
-    ZOR_FFM_LOG("%d sampling_rate=%d, dir=%d\n", static_cast<int>(params.u32Rate),
-                static_cast<int>(rate), dir);
-    snd_pcm_hw_params_get_period_size(hw, &period, &dir);
-    ZOR_FFM_LOG("%d period=%d, dir=%d\n", static_cast<int>(params.u32PeriodSize),
-                static_cast<int>(period), dir);
-    snd_pcm_hw_params_get_buffer_size(hw, &buffer);
-    ZOR_FFM_LOG("%d buffer=%d, dir=%d\n", static_cast<int>(params.u32PeriodSize),
-                static_cast<int>(buffer), dir);
-    ZOR_FFM_LOG("************************\n");
 
     std::lock_guard<std::mutex> lock(handleMutex);
     write_handle = std::move(pcm);

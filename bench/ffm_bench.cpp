@@ -182,7 +182,8 @@ void BM_KeyPressToWakeWordCallback(benchmark::State& state)
         board.waitUntilIdle(1000);
     }
     KEL_AVS_FFM_TriggerCaptureData(0);
-    while (ffm::captureState() != -1 || ffm::detectionState() != -1)
+    while (ffm::captureState() != zor::audio::ThreadState::None ||
+           ffm::detectionState() != zor::audio::ThreadState::None)
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
     board.stop();
     if (!latencies.empty()) {

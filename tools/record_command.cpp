@@ -123,7 +123,7 @@ int record(const std::string& path, double seconds)
     bool ended = false;
     while (!ended && std::chrono::steady_clock::now() < until) {
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
-        ended = zor::audio::captureState() == -1;
+        ended = zor::audio::captureState() == zor::audio::ThreadState::None;
     }
     stopAlsaCaptureThread();
     if (!zor::audio::waitForCaptureEnd(kCaptureEndTimeoutMs)) {

@@ -250,7 +250,7 @@ TEST_F(AssistantFunctionsTest, RemoteMicrophoneIsOpenedThenCapturedThenClosedAnd
     ASSERT_GE(feed, 0);
 
     EXPECT_EQ(ZOR_App_startStreamingMicrophoneData(EN_AVS_AUDIO_SOURCE_RC_MIC), 0);
-    EXPECT_EQ(zor::audio::captureState(), 0);
+    EXPECT_EQ(zor::audio::captureState(), zor::audio::ThreadState::Running);
     auto exchanges = sent();
     ASSERT_EQ(exchanges.size(), 1u);
     EXPECT_EQ(exchanges[0].cmd, 0x1801000Du);
@@ -275,12 +275,12 @@ TEST_F(AssistantFunctionsTest, StateFourStopsLocalCaptureBeforeItIsSent)
     const int feed = feedMicrophone();
     ASSERT_GE(feed, 0);
     ZOR_App_startStreamingMicrophoneData(EN_AVS_AUDIO_SOURCE_RC_MIC);
-    ASSERT_EQ(zor::audio::captureState(), 0);
+    ASSERT_EQ(zor::audio::captureState(), zor::audio::ThreadState::Running);
     ASSERT_TRUE(waitForCapturedPcm());
     FakeMiddleware::instance().reset();
 
     EXPECT_EQ(ZOR_App_informStates(4), 0);
-    EXPECT_NE(zor::audio::captureState(), 0);
+    EXPECT_NE(zor::audio::captureState(), zor::audio::ThreadState::Running);
     close(feed);
     EXPECT_TRUE(zor::audio::waitForCaptureEnd(5000));
     auto exchanges = sent();

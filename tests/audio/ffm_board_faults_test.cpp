@@ -273,7 +273,7 @@ TEST_F(FfmBoardFaultTest, UnplugInTheMiddleOfAQueryStopsUntilTheBoardIsBack)
     EXPECT_TRUE(contains(output, "HID device lost during the index query: No such device, "
                                  "detection dropped"));
     EXPECT_FALSE(contains(output, "get paload error"));
-    EXPECT_EQ(ffm::readinessState(), 1);
+    EXPECT_EQ(ffm::readinessState(), ffm::Readiness::ApplicationReady);
     EXPECT_EQ(wakeWords(), words);
     EXPECT_EQ(notifications(), words);
 

@@ -279,7 +279,8 @@ bool FfmBench::running()
         ready = stRingBufCfg.bInitFlag != 0;
     }
     const bool reading = m_card ? m_card->pluggedIn() : m_board.captureReading();
-    return ready && captureState() == 0 && detectionState() == 0 && m_board.libraryConnected() &&
+    return ready && captureState() == zor::audio::ThreadState::Running &&
+           detectionState() == zor::audio::ThreadState::Running && m_board.libraryConnected() &&
            reading;
 }
 
@@ -298,7 +299,12 @@ bool FfmBench::waitStopped(int timeoutMs)
     using namespace audio::ffm;
     if (m_card)
         m_card->unplug();
-    return waitFor([] { return captureState() == -1 && detectionState() == -1; }, timeoutMs);
+    return waitFor(
+        [] {
+            return captureState() == zor::audio::ThreadState::None &&
+                   detectionState() == zor::audio::ThreadState::None;
+        },
+        timeoutMs);
 }
 
 bool FfmBench::speakKeyword(uint64_t lead, uint64_t length, uint64_t* begin, uint64_t* end)

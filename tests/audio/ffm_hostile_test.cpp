@@ -372,7 +372,7 @@ TEST_F(FfmPipelineOnCardTest, UnpluggedCaptureDeviceStopsBothThreads)
         EXPECT_THAT(lines, testing::Contains("error from read: No such device"));
         EXPECT_THAT(lines, testing::Contains("Attempt to stop HID detection thread."));
         EXPECT_THAT(lines, testing::Contains("Attempt to stop ALSA capture thread."));
-        EXPECT_EQ(ffm::readinessState(), 1);
+        EXPECT_EQ(ffm::readinessState(), ffm::Readiness::ApplicationReady);
     }
 }
 

@@ -92,14 +92,14 @@ TEST(FfmPipelineTest, ActionButtonStreamsLivePeriodsWithoutKeywordBlock)
     ASSERT_TRUE(bench.startPipeline());
 
     KEL_AVS_FFM_NotifyActionButtonPressed();
-    EXPECT_EQ(ffm::buttonState(), 1);
+    EXPECT_EQ(ffm::buttonState(), ffm::ActionButton::Pressed);
     KEL_AVS_FFM_NotifyActionButtonPressed(); // not idle: stays
-    EXPECT_EQ(ffm::buttonState(), 1);
+    EXPECT_EQ(ffm::buttonState(), ffm::ActionButton::Pressed);
     KEL_AVS_FFM_TrigSendPCMData(true);
-    EXPECT_EQ(ffm::buttonState(), 2);
+    EXPECT_EQ(ffm::buttonState(), ffm::ActionButton::Streaming);
     ASSERT_TRUE(waitFor([] { return received().size() >= 5 * 320; }));
     KEL_AVS_FFM_TrigSendPCMData(false);
-    EXPECT_EQ(ffm::buttonState(), 3);
+    EXPECT_EQ(ffm::buttonState(), ffm::ActionButton::StreamEnded);
 
     std::lock_guard<std::mutex> lock(app().mutex);
     for (unsigned size : app().callSizes)
@@ -135,18 +135,18 @@ TEST(FfmPipelineTest, EveryStopLeavesReadinessOneAndDspReadyRestarts)
         SCOPED_TRACE(c.what);
         bench.board().reappear();
         ASSERT_TRUE(bench.startPipeline());
-        EXPECT_EQ(ffm::readinessState(), 3);
+        EXPECT_EQ(ffm::readinessState(), ffm::Readiness::BothReady);
         KEL_AVS_FFM_NotifyActionButtonPressed();
         c.stop();
         ASSERT_TRUE(bench.waitStopped());
-        EXPECT_EQ(ffm::readinessState(), 1);
-        EXPECT_EQ(ffm::buttonState(), 0);
+        EXPECT_EQ(ffm::readinessState(), ffm::Readiness::ApplicationReady);
+        EXPECT_EQ(ffm::buttonState(), ffm::ActionButton::Idle);
     }
     // Plugged in again, the next DSP-ready report brings both threads back.
     bench.board().reappear();
     KEL_AVS_FFM_NotifyAudDSPStatus(1);
     EXPECT_TRUE(waitFor([&bench] { return bench.running(); }));
-    EXPECT_EQ(ffm::readinessState(), 3);
+    EXPECT_EQ(ffm::readinessState(), ffm::Readiness::BothReady);
 }
 
 TEST(FfmPipelineTest, SoftMicrophoneHoldsBackTheWakeWordButNotTheNotification)
@@ -308,12 +308,12 @@ TEST(FfmPipelineTest, DeviceLossStopWaitsForTheReadinessTransitionInProgress)
         bench.board().vanish();
         // The detection thread sees the board gone within a poll or two.
         std::this_thread::sleep_for(std::chrono::milliseconds(300));
-        EXPECT_EQ(ffm::detectionState(), 0);
-        EXPECT_EQ(ffm::captureState(), 0);
-        EXPECT_EQ(ffm::readinessState(), 3);
+        EXPECT_EQ(ffm::detectionState(), zor::audio::ThreadState::Running);
+        EXPECT_EQ(ffm::captureState(), zor::audio::ThreadState::Running);
+        EXPECT_EQ(ffm::readinessState(), ffm::Readiness::BothReady);
     }
     ASSERT_TRUE(bench.waitStopped());
-    EXPECT_EQ(ffm::readinessState(), 1);
+    EXPECT_EQ(ffm::readinessState(), ffm::Readiness::ApplicationReady);
     bench.board().reappear();
 }
 
@@ -342,11 +342,11 @@ TEST(FfmPipelineTest, DspStatusFlappingWhileTheBoardComesAndGoes)
 
     // Stopped and started once more with the board present: both threads run.
     KEL_AVS_FFM_NotifyAudDSPStatus(0);
-    EXPECT_EQ(ffm::readinessState(), 1);
+    EXPECT_EQ(ffm::readinessState(), ffm::Readiness::ApplicationReady);
     ASSERT_TRUE(bench.waitStopped(10000));
     KEL_AVS_FFM_NotifyAudDSPStatus(1);
     EXPECT_TRUE(waitFor([&bench] { return bench.running(); }, 10000));
-    EXPECT_EQ(ffm::readinessState(), 3);
+    EXPECT_EQ(ffm::readinessState(), ffm::Readiness::BothReady);
 }
 
 } // namespace

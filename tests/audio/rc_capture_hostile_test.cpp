@@ -169,7 +169,7 @@ protected:
     {
         alsaCaptureRegisterCallback(recordPeriod);
         recorder.reset(0);
-        ASSERT_EQ(zor::audio::captureState(), -1);
+        ASSERT_EQ(zor::audio::captureState(), zor::audio::ThreadState::None);
         m_threads = settledThreadCount();
         m_fds = openFdCount();
     }
@@ -259,7 +259,7 @@ TEST_F(RcCaptureHostileTest, UnpluggedDeviceIsReadOncePerPeriodWithOneLine)
     const clock_t cpuBefore = clock();
     std::this_thread::sleep_for(std::chrono::milliseconds(500));
     const double cpuSeconds = static_cast<double>(clock() - cpuBefore) / CLOCKS_PER_SEC;
-    EXPECT_EQ(zor::audio::captureState(), 0);
+    EXPECT_EQ(zor::audio::captureState(), zor::audio::ThreadState::Running);
     EXPECT_EQ(stopAlsaCaptureThread(), 0);
     ASSERT_TRUE(waitForEnd());
     const std::vector<std::string> lines = output.takeLines();
@@ -336,7 +336,7 @@ TEST_P(RcCaptureRefusalTest, FailingStepSaysSoAndTheCaptureEnds)
     EXPECT_THAT(lines, Contains("Error: alsa capture initialize failed!"));
     EXPECT_THAT(lines, Not(Contains("alsaCaptureInit success.")));
     EXPECT_TRUE(recorder.bytes.empty());
-    EXPECT_EQ(zor::audio::captureState(), -1);
+    EXPECT_EQ(zor::audio::captureState(), zor::audio::ThreadState::None);
 }
 
 INSTANTIATE_TEST_SUITE_P(

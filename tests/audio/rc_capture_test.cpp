@@ -129,7 +129,7 @@ protected:
     {
         alsaCaptureRegisterCallback(recordPeriod);
         recorder.reset(0);
-        ASSERT_EQ(zor::audio::captureState(), -1);
+        ASSERT_EQ(zor::audio::captureState(), zor::audio::ThreadState::None);
         m_baseThreads = settledThreadCount();
     }
 
@@ -267,7 +267,7 @@ TEST_F(RcCaptureTest, StopWithoutCaptureDoesNothing)
     StdoutCapture output;
     EXPECT_EQ(stopAlsaCaptureThread(), 0);
     EXPECT_EQ(output.take(), "");
-    EXPECT_EQ(zor::audio::captureState(), -1);
+    EXPECT_EQ(zor::audio::captureState(), zor::audio::ThreadState::None);
     EXPECT_TRUE(dumps().empty());
 }
 
@@ -283,15 +283,15 @@ TEST_F(RcCaptureTest, StartWhileRunningStopsTheCaptureAndStartsNothing)
 
     StdoutCapture output;
     EXPECT_EQ(start(), 0);
-    const int stateAfterSecondStart = zor::audio::captureState();
+    const zor::audio::ThreadState stateAfterSecondStart = zor::audio::captureState();
     waitForEnd();
     const std::vector<std::string> lines = output.takeLines();
 
-    EXPECT_NE(stateAfterSecondStart, 0);
+    EXPECT_NE(stateAfterSecondStart, zor::audio::ThreadState::Running);
     EXPECT_THAT(lines, Contains("Already a capture thread running. wait it stopping "));
     EXPECT_THAT(lines, Contains("Exit ALSA capture thread."));
     EXPECT_EQ(std::count(lines.begin(), lines.end(), "alsaCaptureInit success."), 0);
-    EXPECT_EQ(zor::audio::captureState(), -1);
+    EXPECT_EQ(zor::audio::captureState(), zor::audio::ThreadState::None);
     EXPECT_EQ(dumps().size(), 1u);
 
     // Once the thread has ended, a start opens the device again: the input
@@ -370,7 +370,7 @@ TEST_P(RcCaptureFailureTest, ThreadEndsAndALaterStartWorks)
     EXPECT_THAT(lines, Contains("Exit ALSA capture thread."));
     EXPECT_THAT(lines, testing::Not(Contains("alsaCaptureInit success.")));
     EXPECT_TRUE(recorder.sizes.empty());
-    EXPECT_EQ(zor::audio::captureState(), -1);
+    EXPECT_EQ(zor::audio::captureState(), zor::audio::ThreadState::None);
 
     m_sim.useSimConfig();
     const Bytes input = ramp(10 * 32, 7);
