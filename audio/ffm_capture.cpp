@@ -42,10 +42,29 @@ char FFM_CAP_DEVICE[kDeviceNameSize] = "hw:0,0";
 namespace
 {
 
-std::mutex paramsMutex;
+// The parameters as tests and tools last set them, with their lock.
+class ParamsStore
+{
+public:
+    void set(const Params& settings)
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        m_params = settings;
+    }
+    Params get() const
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        return m_params;
+    }
+
+private:
+    mutable std::mutex m_mutex;
+    Params m_params;
+};
+
 // Never destroyed: detached pipeline threads may still read it while the
 // process exits.
-zor::NoDestructor<Params> currentParams;
+zor::NoDestructor<ParamsStore> paramsStore;
 
 ThreadState readCaptureState()
 {
@@ -462,14 +481,12 @@ uint32_t kel_avs_ffm_ClockGetInMS()
 
 void setParams(const Params& settings)
 {
-    std::lock_guard<std::mutex> lock(paramsMutex);
-    *currentParams = settings;
+    paramsStore->set(settings);
 }
 
 Params params()
 {
-    std::lock_guard<std::mutex> lock(paramsMutex);
-    return *currentParams;
+    return paramsStore->get();
 }
 
 ThreadState captureState()

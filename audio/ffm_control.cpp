@@ -15,13 +15,14 @@
 namespace zor::audio::ffm
 {
 
-// Readiness events come from the application's and the server's threads,
-// device loss from the pipeline's own; each transition and its start or stop
-// runs alone.
-std::mutex controlMutex;
-
 namespace
 {
+
+// Readiness events come from the application's and the server's threads,
+// device loss from the pipeline's own; each transition and its start or stop
+// runs alone. Taken before any other lock of the pipeline, never after one;
+// it lives as long as the process.
+std::mutex controlMutex;
 
 std::atomic<Readiness> enInitComplete{Readiness::Idle};
 std::atomic<ActionButton> enNotifyActionButtonPressed{ActionButton::Idle};
@@ -212,6 +213,11 @@ int kel_avs_ffm_stop_thread_on_device_loss()
 {
     std::lock_guard<std::mutex> control(controlMutex);
     return kel_avs_ffm_stop_thread();
+}
+
+std::unique_lock<std::mutex> holdReadiness()
+{
+    return std::unique_lock<std::mutex>(controlMutex);
 }
 
 bool sendingDirectly()

@@ -79,18 +79,18 @@ void setParams(const Params& params);
 Params params();
 
 // Every readiness transition, and every start and stop of the two threads
-// with it, runs alone under this lock (it lives as long as the process). It
-// is taken before any other lock of the pipeline, never after one.
-extern std::mutex controlMutex;
+// with it, runs alone under the pipeline's control lock. This holds it until
+// the returned lock goes: a test can keep a transition waiting.
+std::unique_lock<std::mutex> holdReadiness();
 
 // The set-up of the two thread-state locks, called once by the pipeline's
 // initialisation; they are constant-initialised, so there is nothing to do.
 void kel_avs_ffm_init_thread_mutex();
-// Start and stop; the caller holds controlMutex.
+// Start and stop; the caller holds the control lock.
 int kel_avs_ffm_start_thread();
 int kel_avs_ffm_stop_thread();
 // The stop that the pipeline's own threads make when the board or its
-// capture device has gone: takes controlMutex itself (the thread holds no
+// capture device has gone: takes the control lock itself (the thread holds no
 // other lock of the pipeline when it calls this). Always 0.
 int kel_avs_ffm_stop_thread_on_device_loss();
 void* kel_avs_ffm_alsa_capture_thread(void*);

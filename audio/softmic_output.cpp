@@ -31,22 +31,28 @@ constexpr const char* kOutputDevice = "hw:0,3";
 constexpr snd_pcm_uframes_t kPeriodFrames = 320;
 constexpr unsigned kPeriodsPerBuffer = 8;
 
-// Set-up and stop run one at a time (they also guard g_alsa_write_handle).
-std::mutex controlMutex;
-// Guards write_handle and every write to it: a stop takes the handle away
-// only between two periods.
-std::mutex handleMutex;
-PcmHandle write_handle;
-// Failed writes in a row on the open output, under handleMutex.
-FailureRun writeFailures;
+// The open output and what guards it, one for the process.
+struct SoftmicOutput {
+    // Set-up and stop run one at a time (they also guard g_alsa_write_handle).
+    std::mutex controlMutex;
+    // Guards write_handle and every write to it: a stop takes the handle away
+    // only between two periods.
+    std::mutex handleMutex;
+    PcmHandle write_handle;
+    // Failed writes in a row on the open output, under handleMutex.
+    FailureRun writeFailures;
 
-// Takes the open output away from the writer; the caller closes it (with a
-// drain) outside the write lock, so the capture thread never waits for it.
-PcmHandle takeOutput()
-{
-    std::lock_guard<std::mutex> lock(handleMutex);
-    return std::move(write_handle);
-}
+    // Takes the open output away from the writer; the caller closes it (with
+    // a drain) outside the write lock, so the capture thread never waits for
+    // it.
+    PcmHandle takeOutput()
+    {
+        std::lock_guard<std::mutex> lock(handleMutex);
+        return std::move(write_handle);
+    }
+};
+
+SoftmicOutput output;
 
 } // namespace
 
@@ -54,7 +60,9 @@ int softmicWritePeriod(const void* mono, unsigned frames)
 {
     if (!bYTSoftMicstart.load())
         return 0;
-    std::lock_guard<std::mutex> lock(handleMutex);
+    std::lock_guard<std::mutex> lock(output.handleMutex);
+    PcmHandle& write_handle = output.write_handle;
+    FailureRun& writeFailures = output.writeFailures;
     if (!write_handle)
         return 0;
     const snd_pcm_sframes_t written = snd_pcm_writei(write_handle.get(), mono, frames);
@@ -79,8 +87,8 @@ int softmicWritePeriod(const void* mono, unsigned frames)
 
 bool softmicOutputOpen()
 {
-    std::lock_guard<std::mutex> lock(handleMutex);
-    return static_cast<bool>(write_handle);
+    std::lock_guard<std::mutex> lock(output.handleMutex);
+    return static_cast<bool>(output.write_handle);
 }
 
 } // namespace zor::audio
@@ -88,12 +96,12 @@ bool softmicOutputOpen()
 int youtube_softmic_alsa_write_init(void)
 {
     using namespace zor::audio;
-    std::lock_guard<std::mutex> control(controlMutex);
+    std::lock_guard<std::mutex> control(output.controlMutex);
 
     // A set-up over an open output starts afresh: the device is given up
     // first, since it cannot be opened twice. A device that fails to
     // configure is closed again when `pcm` goes out of scope.
-    takeOutput().reset();
+    output.takeOutput().reset();
 
     PcmHandle pcm;
     const int err = openPcm(pcm, kOutputDevice, SND_PCM_STREAM_PLAYBACK);
@@ -129,9 +137,9 @@ int youtube_softmic_alsa_write_init(void)
     if (result < 0)
         return -1;
 
-    std::lock_guard<std::mutex> lock(handleMutex);
-    write_handle = std::move(pcm);
-    writeFailures = FailureRun();
+    std::lock_guard<std::mutex> lock(output.handleMutex);
+    output.write_handle = std::move(pcm);
+    output.writeFailures = FailureRun();
     return 0;
 }
 
@@ -144,6 +152,6 @@ void youtube_softmic_alsa_write_stop(void)
 {
     using namespace zor::audio;
     bYTSoftMicstart.store(false);
-    std::lock_guard<std::mutex> control(controlMutex);
-    takeOutput().reset();
+    std::lock_guard<std::mutex> control(output.controlMutex);
+    output.takeOutput().reset();
 }

@@ -304,7 +304,7 @@ TEST(FfmPipelineTest, DeviceLossStopWaitsForTheReadinessTransitionInProgress)
     FfmBench bench;
     ASSERT_TRUE(bench.startPipeline());
     {
-        std::lock_guard<std::mutex> transition(ffm::controlMutex);
+        const std::unique_lock<std::mutex> transition = ffm::holdReadiness();
         bench.board().vanish();
         // The detection thread sees the board gone within a poll or two.
         std::this_thread::sleep_for(std::chrono::milliseconds(300));
