@@ -119,40 +119,57 @@ int kel_avs_ffm_getMetadataBlob(const char* script, const char* file, uint32_t* 
     return 1;
 }
 
-void kel_avs_ffm_hid_detectionLoop(_ST_FFM_CAPTURE_BUF_CFG* cap, _ST_FFM_RING_BUF_CFG* ring)
+namespace
 {
-    {
-        std::lock_guard<std::mutex> lock(ringMutex);
-        if (ring->bInitFlag == 0) {
-            ZOR_FFM_LOG("data or RingBufcfg is null or not init(%d)\n\n", ring->bInitFlag);
-            return;
-        }
+
+// The poll's steps print under the poll's name, as its own lines.
+constexpr const char* kPollName = "kel_avs_ffm_hid_detectionLoop";
+#define ZOR_FFM_POLL_LOG(...)                                                                      \
+    ::zor::log::line(::zor::log::Family::FarField, kPollName, __LINE__, __VA_ARGS__)
+
+// One detection as it goes from the device's answer to the application.
+struct Detection {
+    uint64_t c = 0; // the device's current index
+    uint64_t b = 0; // keyword begin
+    uint64_t e = 0; // keyword end
+    uint32_t i = 0; // the ring's write index at the query
+    uint64_t writtenAtQuery = 0;
+    uint64_t writtenNow = 0;
+    KeywordPlan plan;
+    uint8_t metadata[METADATA_BLOB_LEN] = {};
+    uint32_t metadataLen = 0;
+};
+
+bool ringInitialised(const _ST_FFM_RING_BUF_CFG& ring)
+{
+    std::lock_guard<std::mutex> lock(ringMutex);
+    if (ring.bInitFlag == 0) {
+        ZOR_FFM_POLL_LOG("data or RingBufcfg is null or not init(%d)\n\n", ring.bInitFlag);
+        return false;
     }
+    return true;
+}
+
+// True for a key-down of the wake key. A board that is gone ends both
+// threads, as a capture read that reports the device missing does.
+bool nextKeywordPress()
+{
     if (!device)
-        return;
+        return false;
     XmosKeyEvent event;
     const int got = device->nextEvent(event);
     if (got == -ENODEV) {
-        // The board is gone with its audio: end both threads, as a capture
-        // read that reports the device missing does.
-        ZOR_FFM_LOG("HID device lost: %s\n\n", strerror(ENODEV));
+        ZOR_FFM_POLL_LOG("HID device lost: %s\n\n", strerror(ENODEV));
         kel_avs_ffm_stop_thread_on_device_loss();
-        return;
+        return false;
     }
-    if (got != 1 || !isKeywordPress(event))
-        return;
+    return got == 1 && isKeywordPress(event);
+}
 
-    const uint32_t startMs = kel_avs_ffm_ClockGetInMS();
-    if (device->eventHandle() == nullptr || device->controlHandle() == nullptr) {
-        ZOR_FFM_LOG("m_evdev or m_devh is NULL %p %p\n\n", device->eventHandle(),
-                    device->controlHandle());
-        return;
-    }
-
-    uint8_t payload[CONTROL_CMD_PAYLOAD_LEN] = {};
-    uint8_t metadata[METADATA_BLOB_LEN] = {};
-    uint32_t metadataLen = 0;
-
+// Asks the board for the keyword's indexes until it says they are valid, a
+// bounded number of times, a short pause apart; a stop request ends it too.
+bool queryIndexes(uint8_t (&payload)[CONTROL_CMD_PAYLOAD_LEN])
+{
     int transferred = 0;
     int attempt = 0;
     for (;;) {
@@ -161,114 +178,157 @@ void kel_avs_ffm_hid_detectionLoop(_ST_FFM_CAPTURE_BUF_CFG* cap, _ST_FFM_RING_BU
                                               payload, CONTROL_CMD_PAYLOAD_LEN, USB_TIMEOUT_MS);
         if (transferred == kXmosErrorNoDevice) {
             // Unplugged under the query: no indexes will come, nor audio.
-            ZOR_FFM_LOG("HID device lost during the index query: %s, detection dropped\n\n",
-                        strerror(ENODEV));
+            ZOR_FFM_POLL_LOG("HID device lost during the index query: %s, detection dropped\n\n",
+                             strerror(ENODEV));
             kel_avs_ffm_stop_thread_on_device_loss();
-            return;
+            return false;
         }
         if (payload[0] == 0)
             break;
         if (++attempt >= kIndexQueryAttempts) {
-            ZOR_FFM_LOG("device indexes not ready after %d queries, detection dropped\n\n",
-                        attempt);
-            return;
+            ZOR_FFM_POLL_LOG("device indexes not ready after %d queries, detection dropped\n\n",
+                             attempt);
+            return false;
         }
         if (readDetectionState() != ThreadState::Running)
-            return;
+            return false;
         usleep(kIndexQueryPauseUs);
     }
     if (transferred != CONTROL_CMD_PAYLOAD_LEN)
-        ZOR_FFM_LOG("get paload error\n\n");
+        ZOR_FFM_POLL_LOG("get paload error\n\n");
+    return true;
+}
 
-    const uint64_t c = kel_avs_ffm_readIndex(payload, 1);
-    const uint64_t b = kel_avs_ffm_readIndex(payload, 9);
-    const uint64_t e = kel_avs_ffm_readIndex(payload, 17);
-    uint32_t i = 0;
+// Places the keyword in the ring as it stands now; false (with its line)
+// for indexes that cannot be.
+bool planDetection(const uint8_t* payload, const _ST_FFM_RING_BUF_CFG& ring, Detection& d)
+{
+    d.c = kel_avs_ffm_readIndex(payload, 1);
+    d.b = kel_avs_ffm_readIndex(payload, 9);
+    d.e = kel_avs_ffm_readIndex(payload, 17);
     uint32_t n = 0;
-    uint64_t writtenAtQuery = 0;
     {
         std::lock_guard<std::mutex> lock(ringMutex);
-        i = ring->u32CurrentIndex;
-        n = ring->u32SampleCount;
-        writtenAtQuery = ring->u64CurrentIndex;
+        d.i = ring.u32CurrentIndex;
+        n = ring.u32SampleCount;
+        d.writtenAtQuery = ring.u64CurrentIndex;
     }
-    const KeywordPlan plan = planKeyword(c, b, e, i, n, FFM_PREROLL_SAMPLES);
-    if (!plan.valid) {
-        ZOR_FFM_LOG("keyword indexes refused (%s): cuDeIndex %llu, bgKWDeviceIndex %llu, "
-                    "endKWDeviceIndex %llu, detection dropped\n\n",
-                    plan.refusal, static_cast<unsigned long long>(c),
-                    static_cast<unsigned long long>(b), static_cast<unsigned long long>(e));
+    d.plan = planKeyword(d.c, d.b, d.e, d.i, n, FFM_PREROLL_SAMPLES);
+    if (!d.plan.valid) {
+        ZOR_FFM_POLL_LOG("keyword indexes refused (%s): cuDeIndex %llu, bgKWDeviceIndex %llu, "
+                         "endKWDeviceIndex %llu, detection dropped\n\n",
+                         d.plan.refusal, static_cast<unsigned long long>(d.c),
+                         static_cast<unsigned long long>(d.b),
+                         static_cast<unsigned long long>(d.e));
+    }
+    return d.plan.valid;
+}
+
+void dumpBlock(const _ST_FFM_CAPTURE_BUF_CFG& cap, const uint8_t* block, uint64_t bytes)
+{
+    std::lock_guard<std::mutex> dumpLock(dumpMutex);
+    if (cap.s32WWFd < 0)
         return;
+    const ssize_t written = write(cap.s32WWFd, block, static_cast<size_t>(bytes));
+    if (written < static_cast<ssize_t>(bytes))
+        ZOR_FFM_POLL_LOG("alsa short write: wrote %d bytes\n\n", static_cast<int>(written));
+}
+
+// Cuts the block, publishes it with its indexes and the metadata, and raises
+// bKWflag last. False when capture stopped meanwhile or the block has been
+// overwritten since the query.
+bool publishBlock(const _ST_FFM_CAPTURE_BUF_CFG& cap, _ST_FFM_RING_BUF_CFG& ring, Detection& d)
+{
+    std::lock_guard<std::mutex> lock(ringMutex);
+    if (ring.bInitFlag == 0) {
+        ZOR_FFM_POLL_LOG("[ERR] Ring Buffer don't init done!!!!( Don't  send "
+                         "g_fptrSendWakeWordDetectionSignalallback )\n");
+        return false;
     }
-
-    const Params settings = params();
-    kel_avs_ffm_getMetadataBlob(settings.metadataScript.c_str(), settings.metadataFile.c_str(),
-                                &metadataLen, metadata);
-
-    uint64_t writtenNow = 0;
-    {
-        std::lock_guard<std::mutex> lock(ringMutex);
-        if (ring->bInitFlag == 0) {
-            ZOR_FFM_LOG("[ERR] Ring Buffer don't init done!!!!( Don't  send "
-                        "g_fptrSendWakeWordDetectionSignalallback )\n");
-            return;
-        }
-        writtenNow = ring->u64CurrentIndex;
-        if (plan.totalBytes / 2 + (writtenNow - writtenAtQuery) > ring->u32SampleCount) {
-            ZOR_FFM_LOG("keyword block overwritten before it was copied, dropped\n\n");
-            return;
-        }
-        memset(ring->pu8CopyBuf.get(), 0, ring->u32BufSize);
-        copyPieces(plan.copy, ring->pu8RingBuf.get(), ring->pu8CopyBuf.get());
-        memcpy(ring->pu8Metadata.get(), metadata, metadataLen);
-        ring->u32MetadataLen = metadataLen;
-        ring->u64CurDeviceIndex = c;
-        ring->u64BgKWDeviceIndex = b;
-        ring->u64EndKWDeviceIndex = e;
-        ring->u32CurIdx = i;
-        ring->s64BgKWServerIndex = plan.beginServer;
-        ring->u64EndKWServerIndex = plan.endServer;
-        ring->u64TotalCopySize = plan.totalBytes;
-        ring->bKWflag.store(1, std::memory_order_release);
-        gbBufferReadDone.store(false);
-        if (bDbgDumpPCM) {
-            // Written while the block is still ours: the reader reuses the
-            // copy buffer once it has handed the block over.
-            std::lock_guard<std::mutex> dumpLock(dumpMutex);
-            if (cap->s32WWFd >= 0) {
-                const ssize_t written = write(cap->s32WWFd, ring->pu8CopyBuf.get(),
-                                              static_cast<size_t>(plan.totalBytes));
-                if (written < static_cast<ssize_t>(plan.totalBytes))
-                    ZOR_FFM_LOG("alsa short write: wrote %d bytes\n\n", static_cast<int>(written));
-            }
-        }
+    d.writtenNow = ring.u64CurrentIndex;
+    if (d.plan.totalBytes / 2 + (d.writtenNow - d.writtenAtQuery) > ring.u32SampleCount) {
+        ZOR_FFM_POLL_LOG("keyword block overwritten before it was copied, dropped\n\n");
+        return false;
     }
+    memset(ring.pu8CopyBuf.get(), 0, ring.u32BufSize);
+    copyPieces(d.plan.copy, ring.pu8RingBuf.get(), ring.pu8CopyBuf.get());
+    memcpy(ring.pu8Metadata.get(), d.metadata, d.metadataLen);
+    ring.u32MetadataLen = d.metadataLen;
+    ring.u64CurDeviceIndex = d.c;
+    ring.u64BgKWDeviceIndex = d.b;
+    ring.u64EndKWDeviceIndex = d.e;
+    ring.u32CurIdx = d.i;
+    ring.s64BgKWServerIndex = d.plan.beginServer;
+    ring.u64EndKWServerIndex = d.plan.endServer;
+    ring.u64TotalCopySize = d.plan.totalBytes;
+    ring.bKWflag.store(1, std::memory_order_release);
+    gbBufferReadDone.store(false);
+    // Written while the block is still ours: the reader reuses the copy
+    // buffer once it has handed the block over.
+    if (bDbgDumpPCM)
+        dumpBlock(cap, ring.pu8CopyBuf.get(), d.plan.totalBytes);
+    return true;
+}
 
+// The application's wake-word callback (held back while the soft microphone
+// runs), then the notify-UI callback.
+void tellApplication(const Detection& d)
+{
     ZOR_PFN_WAKEWORD wakeWord = g_fptrSendWakeWordDetectionSignalallback.load();
     if (wakeWord == nullptr) {
-        ZOR_FFM_LOG("g_fptrSendWakeWordDetectionSignalallback is null\n \n");
+        ZOR_FFM_POLL_LOG("g_fptrSendWakeWordDetectionSignalallback is null\n \n");
     } else if (bYTSoftMicstart.load()) {
-        ZOR_FFM_LOG("youtube soft mic flow ,not call WakeWordDetectionSignalallback \n");
+        ZOR_FFM_POLL_LOG("youtube soft mic flow ,not call WakeWordDetectionSignalallback \n");
     } else {
-        memcpy(wakeWordMetadata, metadata, metadataLen);
-        wakeWord(FFM_PREROLL_SAMPLES, plan.keywordSamples + FFM_PREROLL_SAMPLES, KEYWORD_STRING,
-                 metadataLen, reinterpret_cast<char*>(wakeWordMetadata));
+        memcpy(wakeWordMetadata, d.metadata, d.metadataLen);
+        wakeWord(FFM_PREROLL_SAMPLES, d.plan.keywordSamples + FFM_PREROLL_SAMPLES, KEYWORD_STRING,
+                 d.metadataLen, reinterpret_cast<char*>(wakeWordMetadata));
     }
     if (ZOR_PFN_VOID notify = gfptrNotifyUIWakeWordDectcallback.load())
         notify();
     else
-        ZOR_FFM_LOG("gfptrNotifyUIWakeWordDectcallback is null\n \n");
+        ZOR_FFM_POLL_LOG("gfptrNotifyUIWakeWordDectcallback is null\n \n");
+}
 
-    const uint32_t endMs = kel_avs_ffm_ClockGetInMS();
-    ZOR_FFM_LOG(" cuDeIndex %llu, bgKWDeviceIndex %llu, endKWDeviceIndex %llu, offset: %u\n\n",
-                static_cast<unsigned long long>(c), static_cast<unsigned long long>(b),
-                static_cast<unsigned long long>(e), endMs - startMs);
-    ZOR_FFM_LOG(" curIdx    %u, u64currentIndex %llu,   bgKWServerIndex %lld, endKWServerIndex "
-                "%llu, TotalCopySize %llu\n\n",
-                i, static_cast<unsigned long long>(writtenNow),
-                static_cast<long long>(plan.beginServer),
-                static_cast<unsigned long long>(plan.endServer),
-                static_cast<unsigned long long>(plan.totalBytes));
+void logDetection(const Detection& d, uint32_t elapsedMs)
+{
+    ZOR_FFM_POLL_LOG(" cuDeIndex %llu, bgKWDeviceIndex %llu, endKWDeviceIndex %llu, offset: "
+                     "%u\n\n",
+                     static_cast<unsigned long long>(d.c), static_cast<unsigned long long>(d.b),
+                     static_cast<unsigned long long>(d.e), elapsedMs);
+    ZOR_FFM_POLL_LOG(" curIdx    %u, u64currentIndex %llu,   bgKWServerIndex %lld, "
+                     "endKWServerIndex %llu, TotalCopySize %llu\n\n",
+                     d.i, static_cast<unsigned long long>(d.writtenNow),
+                     static_cast<long long>(d.plan.beginServer),
+                     static_cast<unsigned long long>(d.plan.endServer),
+                     static_cast<unsigned long long>(d.plan.totalBytes));
+}
+
+} // namespace
+
+void kel_avs_ffm_hid_detectionLoop(_ST_FFM_CAPTURE_BUF_CFG* cap, _ST_FFM_RING_BUF_CFG* ring)
+{
+    if (!ringInitialised(*ring) || !nextKeywordPress())
+        return;
+
+    const uint32_t startMs = kel_avs_ffm_ClockGetInMS();
+    if (device->eventHandle() == nullptr || device->controlHandle() == nullptr) {
+        ZOR_FFM_LOG("m_evdev or m_devh is NULL %p %p\n\n", device->eventHandle(),
+                    device->controlHandle());
+        return;
+    }
+    uint8_t payload[CONTROL_CMD_PAYLOAD_LEN] = {};
+    Detection d;
+    if (!queryIndexes(payload) || !planDetection(payload, *ring, d))
+        return;
+
+    const Params settings = params();
+    kel_avs_ffm_getMetadataBlob(settings.metadataScript.c_str(), settings.metadataFile.c_str(),
+                                &d.metadataLen, d.metadata);
+    if (!publishBlock(*cap, *ring, d))
+        return;
+    tellApplication(d);
+    logDetection(d, kel_avs_ffm_ClockGetInMS() - startMs);
 }
 
 void* kel_avs_ffm_hid_detection_thread(void*)
