@@ -26,6 +26,14 @@ _ST_FFM_CAPTURE_BUF_CFG captureBufCfg;
 _ST_FFM_RING_BUF_CFG stRingBufCfg;
 std::mutex ringMutex;
 std::mutex dumpMutex;
+std::mutex sendMutex;
+
+void switchToDirectSending()
+{
+    std::lock_guard<std::mutex> lock(sendMutex);
+    if (gSendFFMPCMData.load())
+        gSendFFMPCMDataDirectly.store(true);
+}
 
 std::atomic<bool> gSendFFMPCMData{false};
 std::atomic<bool> gSendFFMPCMDataDirectly{false};
@@ -426,7 +434,7 @@ int kel_avs_ffm_alsa_pcm_read(_ST_FFM_CAPTURE_BUF_CFG* cap, _ST_FFM_RING_BUF_CFG
             ring->u32ReadIndex = ring->u32CurrentIndex;
             ring->u64ReadIndex = ring->u64CurrentIndex;
             ring->u32ReadSize += bytes;
-            gSendFFMPCMDataDirectly.store(true);
+            switchToDirectSending();
             gbBufferReadDone.store(true);
         }
         if (ZOR_PFN_PCM callback = g_fptrffmSendAudioPCMDataCallback.load()) {
@@ -436,7 +444,7 @@ int kel_avs_ffm_alsa_pcm_read(_ST_FFM_CAPTURE_BUF_CFG* cap, _ST_FFM_RING_BUF_CFG
         if (bytes != 0 && bDbgDumpPCM)
             writeDump(cap->s32PcmFd, ring->pu8CopyBuf.get(), bytes);
     } else if (send && gbBufferReadDone.load()) {
-        gSendFFMPCMDataDirectly.store(true);
+        switchToDirectSending();
     }
     return 0;
 }

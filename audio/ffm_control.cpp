@@ -201,8 +201,11 @@ int kel_avs_ffm_stop_thread()
         }
     }
     enNotifyActionButtonPressed.store(ActionButton::Idle);
-    gSendFFMPCMDataDirectly.store(false);
-    gSendFFMPCMData.store(false);
+    {
+        std::lock_guard<std::mutex> lock(sendMutex);
+        gSendFFMPCMDataDirectly.store(false);
+        gSendFFMPCMData.store(false);
+    }
     gSendFFMPCMDataLast.store(false);
     bKWflagLast.store(false);
     enInitComplete.store(Readiness::ApplicationReady);
@@ -310,6 +313,7 @@ void KEL_AVS_FFM_TrigSendPCMData(bool send)
                 "gSendFFMPCMDataDirectly = %d\n\n",
                 static_cast<int>(send), toInt(enNotifyActionButtonPressed.load()),
                 static_cast<int>(gSendFFMPCMDataDirectly.load()));
+    std::unique_lock<std::mutex> sending(sendMutex);
     gSendFFMPCMData.store(send);
     if (send) {
         ActionButton pressed = ActionButton::Pressed;
@@ -318,6 +322,7 @@ void KEL_AVS_FFM_TrigSendPCMData(bool send)
         return;
     }
     gSendFFMPCMDataDirectly.store(false);
+    sending.unlock();
     if (bDbgDumpPCM) {
         std::lock_guard<std::mutex> lock(dumpMutex);
         writeSeparator(captureBufCfg.s32PcmFd);

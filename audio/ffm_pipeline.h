@@ -29,6 +29,13 @@ extern std::mutex dumpMutex;
 
 extern std::atomic<bool> gSendFFMPCMData;
 extern std::atomic<bool> gSendFFMPCMDataDirectly;
+// Held while the application's start or stop of sending changes the two flags
+// above, and while the capture thread switches to direct sending: a switch
+// decided on what the capture thread saw before a stop must not undo it.
+extern std::mutex sendMutex;
+// The capture thread's switch to direct sending, made only while the
+// application still wants the stream.
+void switchToDirectSending();
 extern std::atomic<bool> gbBufferReadDone;
 extern std::atomic<bool> gSendFFMPCMDataLast;
 extern std::atomic<bool> bKWflagLast;
