@@ -30,23 +30,6 @@ constexpr uint64_t kLead = 12000;   // audio before each keyword
 constexpr uint64_t kKeyword = 9000; // keyword length in samples
 constexpr uint64_t kSpeech = 16000; // speech after it
 
-FfmApplication& app()
-{
-    return FfmApplication::instance();
-}
-
-int wakeWords()
-{
-    std::lock_guard<std::mutex> lock(app().mutex);
-    return app().wakeWords;
-}
-
-int notifications()
-{
-    std::lock_guard<std::mutex> lock(app().mutex);
-    return app().notifications;
-}
-
 bool contains(const std::string& text, const std::string& part)
 {
     return text.find(part) != std::string::npos;

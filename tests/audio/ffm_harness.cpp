@@ -378,4 +378,21 @@ std::vector<int16_t> asSamples(const Bytes& bytes)
     return samples;
 }
 
+FfmApplication& app()
+{
+    return FfmApplication::instance();
+}
+
+int wakeWords()
+{
+    std::lock_guard<std::mutex> lock(app().mutex);
+    return app().wakeWords;
+}
+
+int notifications()
+{
+    std::lock_guard<std::mutex> lock(app().mutex);
+    return app().notifications;
+}
+
 } // namespace zor::test

@@ -42,6 +42,11 @@ struct FfmApplication {
     static FfmApplication& instance();
 };
 
+// The application's counts, read under its lock.
+FfmApplication& app();
+int wakeWords();
+int notifications();
+
 // The far-field capture device served as fast as the capture reads it: the
 // test writes whole periods into the FIFO that "hw:1,0" reads, never more
 // than PIPE_BUF bytes at once so that every read gets whole periods, and the

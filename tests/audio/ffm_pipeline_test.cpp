@@ -20,23 +20,6 @@ namespace ffm = zor::audio::ffm;
 namespace
 {
 
-FfmApplication& app()
-{
-    return FfmApplication::instance();
-}
-
-int wakeWords()
-{
-    std::lock_guard<std::mutex> lock(app().mutex);
-    return app().wakeWords;
-}
-
-int notifications()
-{
-    std::lock_guard<std::mutex> lock(app().mutex);
-    return app().notifications;
-}
-
 std::vector<int16_t> received()
 {
     std::lock_guard<std::mutex> lock(app().mutex);

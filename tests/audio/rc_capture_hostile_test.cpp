@@ -5,6 +5,7 @@
 // and that the capture gives back its thread and descriptors.
 #include "audio/rc_capture.h"
 #include "tests/audio/alsa_sim.h"
+#include "tests/audio/rc_recorder.h"
 #include "tests/support/process_counts.h"
 #include "zor/zor_audio.h"
 
@@ -25,39 +26,6 @@ using testing::Not;
 
 namespace
 {
-
-// What the PCM callback saw; it runs on the capture thread.
-struct Recorder {
-    std::mutex mutex;
-    Bytes bytes;
-    std::vector<unsigned> sizes;
-    size_t stopAt = 0; // the callback stops the capture at this many bytes
-
-    void reset(size_t stop)
-    {
-        std::lock_guard<std::mutex> lock(mutex);
-        bytes.clear();
-        sizes.clear();
-        stopAt = stop;
-    }
-    size_t size()
-    {
-        std::lock_guard<std::mutex> lock(mutex);
-        return bytes.size();
-    }
-};
-Recorder recorder;
-
-int recordPeriod(void* data, unsigned int size)
-{
-    std::lock_guard<std::mutex> lock(recorder.mutex);
-    const auto* bytes = static_cast<const uint8_t*>(data);
-    recorder.bytes.insert(recorder.bytes.end(), bytes, bytes + size);
-    recorder.sizes.push_back(size);
-    if (recorder.stopAt != 0 && recorder.bytes.size() >= recorder.stopAt)
-        stopAlsaCaptureThread();
-    return 0;
-}
 
 constexpr uint16_t kFirstSample = 0x100;
 constexpr size_t kInputFrames = 200 * 32;

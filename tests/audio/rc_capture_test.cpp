@@ -4,6 +4,7 @@
 // the capture state machine must survive every start/stop order and failure.
 #include "audio/rc_capture.h"
 #include "tests/audio/alsa_sim.h"
+#include "tests/audio/rc_recorder.h"
 #include "tests/support/process_counts.h"
 #include "zor/zor_audio.h"
 
@@ -34,40 +35,6 @@ constexpr unsigned kPeriodBytes = 64; // 32 frames of S16 mono
 // Waits that only time out when something hangs: generous, since a loaded
 // machine under a sanitizer can take seconds for a thread to run.
 constexpr int kWaitMs = 60000;
-
-// What the PCM callback saw; it runs on the capture thread.
-struct Recorder {
-    std::mutex mutex;
-    Bytes bytes;
-    std::vector<unsigned> sizes;
-    size_t stopAfter = 0; // the callback stops the capture at this many bytes
-
-    void reset(size_t stopAt)
-    {
-        std::lock_guard<std::mutex> lock(mutex);
-        bytes.clear();
-        sizes.clear();
-        stopAfter = stopAt;
-    }
-    size_t size()
-    {
-        std::lock_guard<std::mutex> lock(mutex);
-        return bytes.size();
-    }
-};
-Recorder recorder;
-
-int recordPeriod(void* data, unsigned int size)
-{
-    std::lock_guard<std::mutex> lock(recorder.mutex);
-    const auto* bytes = static_cast<const uint8_t*>(data);
-    recorder.bytes.insert(recorder.bytes.end(), bytes, bytes + size);
-    recorder.sizes.push_back(size);
-    // Stopping from the callback ends the loop right after this period.
-    if (recorder.stopAfter != 0 && recorder.bytes.size() >= recorder.stopAfter)
-        stopAlsaCaptureThread();
-    return 0;
-}
 
 // Feeds a FIFO the way the television does: in period-sized writes, once
 // the capture has opened its end; keeps it open until told to close.
