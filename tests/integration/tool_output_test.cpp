@@ -196,6 +196,12 @@ TEST_F(ToolOutputTest, FrozenMiddlewareIsNoAnswer)
 {
     startTvsim();
     ASSERT_EQ(kill(m_tvsim->pid(), SIGSTOP), 0);
+    // The stop reaches tvsim's other threads only once the thread that took the
+    // signal has run; until the parent sees it stopped, its server thread could
+    // still answer.
+    int status = 0;
+    ASSERT_EQ(waitpid(m_tvsim->pid(), &status, WUNTRACED), m_tvsim->pid());
+    ASSERT_TRUE(WIFSTOPPED(status));
     const Outcome result = zorctl({"volume", "get"}, "ZOR_MUP_TIMEOUT_MS=300");
     kill(m_tvsim->pid(), SIGCONT);
     EXPECT_EQ(result.status, 3);
