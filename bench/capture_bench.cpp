@@ -7,25 +7,23 @@
 // repetitions of the two are interleaved; the medians and their ratio are
 // printed. Beside them, the hook alone: one mup::capture::frame() call for a
 // SetVolume-sized frame (20-byte header, 4-byte payload), off and on.
+#include "bench_support.h"
 #include "mup/capture.h"
 #include "mup/client.h"
 #include "mup/server.h"
 
 #include <benchmark/benchmark.h>
 
-#include <csignal>
 #include <cstdio>
-#include <cstdlib>
-#include <map>
-#include <sched.h>
+#include <memory>
 #include <string>
-#include <sys/prctl.h>
-#include <sys/wait.h>
 #include <unistd.h>
 #include <vector>
 
 namespace
 {
+
+using namespace zor::bench;
 
 constexpr const char* kService = "oxa.kel.avs.client";
 constexpr unsigned int kSetVolume = 0x18040003;
@@ -33,67 +31,6 @@ constexpr unsigned int kSetVolume = 0x18040003;
 std::string g_directory;
 std::unique_ptr<mup::Client> g_client;
 int g_captureRun = 0;
-
-class ReplyZero : public OXAPC::C_OXAAVSServerHandler
-{
-public:
-    int handleCommand(unsigned int, MUPParam&, MUPParam* out, unsigned int) override
-    {
-        if (out)
-            out->writeInt32(0);
-        return 0;
-    }
-};
-
-void pinTo(int cpu)
-{
-    if (cpu < 0)
-        return;
-    cpu_set_t set;
-    CPU_ZERO(&set);
-    CPU_SET(cpu, &set);
-    sched_setaffinity(0, sizeof(set), &set);
-}
-
-// The CPUs this process may use; the first is for it, the second for the peer.
-std::vector<int> allowedCpus()
-{
-    std::vector<int> cpus;
-    cpu_set_t set;
-    CPU_ZERO(&set);
-    if (sched_getaffinity(0, sizeof(set), &set) == 0) {
-        for (int cpu = 0; cpu < CPU_SETSIZE; ++cpu) {
-            if (CPU_ISSET(cpu, &set))
-                cpus.push_back(cpu);
-        }
-    }
-    return cpus;
-}
-
-pid_t startPeer(int cpu)
-{
-    int ready[2];
-    if (pipe(ready) != 0)
-        return -1;
-    const pid_t pid = fork();
-    if (pid == 0) {
-        prctl(PR_SET_PDEATHSIG, SIGKILL);
-        close(ready[0]);
-        pinTo(cpu);
-        static ReplyZero handler;
-        static std::unique_ptr<mup::Server> server = mup::Server::start(kService, handler);
-        const char result = server ? 1 : 0;
-        if (write(ready[1], &result, 1) != 1 || !server)
-            _exit(1);
-        for (;;)
-            pause();
-    }
-    close(ready[1]);
-    char result = 0;
-    const bool started = pid > 0 && read(ready[0], &result, 1) == 1 && result == 1;
-    close(ready[0]);
-    return started ? pid : -1;
-}
 
 void roundTrips(benchmark::State& state)
 {
@@ -170,47 +107,26 @@ void BM_HookCaptureOn(benchmark::State& state)
     stopCapture();
 }
 
-class MedianReporter : public benchmark::ConsoleReporter
-{
-public:
-    MedianReporter() : ConsoleReporter(isatty(STDOUT_FILENO) ? OO_Defaults : OO_Tabular) {}
-
-    void ReportRuns(const std::vector<Run>& runs) override
-    {
-        for (const Run& run : runs) {
-            if (run.aggregate_name == "median" && !run.error_occurred)
-                medians[run.run_name.function_name] = run.GetAdjustedRealTime();
-        }
-        ConsoleReporter::ReportRuns(runs);
-    }
-
-    std::map<std::string, double> medians;
-};
-
 } // namespace
 
 int main(int argc, char** argv)
 {
-    char directory[] = "/tmp/zor-capture-bench-XXXXXX";
-    if (!mkdtemp(directory)) {
-        perror("bench_capture: mkdtemp");
+    g_directory = makeRuntimeDir("/tmp/zor-capture-bench-XXXXXX", "bench_capture");
+    if (g_directory.empty())
         return 1;
-    }
-    g_directory = directory;
-    setenv("ZOR_RUNTIME_DIR", directory, 1);
 
     const std::vector<int> cpus = allowedCpus();
     const bool twoCpus = cpus.size() >= 2;
-    const pid_t peer = startPeer(twoCpus ? cpus[1] : -1);
+    const pid_t peer = startServerPeer(twoCpus ? cpus[1] : -1, [] {
+        static ReplyZero handler;
+        static std::unique_ptr<mup::Server> server = mup::Server::start(kService, handler);
+        return server != nullptr;
+    });
     pinTo(twoCpus ? cpus[0] : -1);
     int status = 1;
     if (peer > 0) {
         g_client = std::make_unique<mup::Client>(kService);
-        std::vector<char*> args(argv, argv + argc);
-        char interleave[] = "--benchmark_enable_random_interleaving=true";
-        args.insert(args.begin() + 1, interleave);
-        int count = static_cast<int>(args.size());
-        benchmark::Initialize(&count, args.data());
+        initializeInterleaved(argc, argv);
         for (auto* bench :
              {benchmark::RegisterBenchmark("BM_RoundTripCaptureOff", BM_RoundTripCaptureOff),
               benchmark::RegisterBenchmark("BM_RoundTripCaptureOn", BM_RoundTripCaptureOn)})
@@ -223,8 +139,8 @@ int main(int argc, char** argv)
         benchmark::RunSpecifiedBenchmarks(&reporter);
         benchmark::Shutdown();
 
-        const double off = reporter.medians["BM_RoundTripCaptureOff"];
-        const double on = reporter.medians["BM_RoundTripCaptureOn"];
+        const double off = reporter.median("BM_RoundTripCaptureOff");
+        const double on = reporter.median("BM_RoundTripCaptureOn");
         printf("\nround trip medians (%s):\n", twoCpus ? "caller and peer on two CPUs" : "one CPU");
         printf("  capture off   %8.2f us\n", off);
         printf("  capture on    %8.2f us\n", on);
@@ -236,11 +152,7 @@ int main(int argc, char** argv)
     }
 
     g_client.reset();
-    if (peer > 0) {
-        kill(peer, SIGKILL);
-        waitpid(peer, nullptr, 0);
-    }
-    unlink((g_directory + "/" + kService + ".sock").c_str());
-    rmdir(directory);
+    stopPeer(peer);
+    removeRuntimeDir(g_directory, kService);
     return status;
 }

@@ -15,17 +15,16 @@
 // compiled in but off; the program then runs itself once more with
 // ZOR_MUP_CAPTURE set (this process capturing both frames of each round
 // trip) and compares the two SetVolume medians.
+#include "bench_support.h"
 #include "mup/mup.h"
 #include "zor/zor_api.h"
 
 #include <benchmark/benchmark.h>
 
 #include <cerrno>
-#include <csignal>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <map>
 #include <sched.h>
 #include <string>
 #include <sys/prctl.h>
@@ -39,27 +38,19 @@ extern char** environ;
 namespace
 {
 
+using namespace zor::bench;
+
 constexpr const char* kService = "oxa.kel.avs.client";
 constexpr unsigned int kSetVolume = 0x18040003;
 
-class ReplyZero : public OXAPC::C_OXAAVSServerHandler
-{
-public:
-    int handleCommand(unsigned int, MUPParam&, MUPParam* out, unsigned int) override
-    {
-        if (out)
-            out->writeInt32(0);
-        return 0;
-    }
-};
-
 int g_rawSocket = -1;
 
-bool readFully(int fd, void* data, size_t size)
+// Calls read() or write() until all `size` bytes have gone through, again
+// after a signal; false on end of file or an error.
+template <typename Byte, typename Io> bool transferFully(Io io, int fd, Byte* bytes, size_t size)
 {
-    auto* bytes = static_cast<unsigned char*>(data);
     while (size) {
-        const ssize_t n = ::read(fd, bytes, size);
+        const ssize_t n = io(fd, bytes, size);
         if (n <= 0) {
             if (n < 0 && errno == EINTR)
                 continue;
@@ -69,47 +60,16 @@ bool readFully(int fd, void* data, size_t size)
         size -= static_cast<size_t>(n);
     }
     return true;
+}
+
+bool readFully(int fd, void* data, size_t size)
+{
+    return transferFully(::read, fd, static_cast<unsigned char*>(data), size);
 }
 
 bool writeFully(int fd, const void* data, size_t size)
 {
-    const auto* bytes = static_cast<const unsigned char*>(data);
-    while (size) {
-        const ssize_t n = ::write(fd, bytes, size);
-        if (n <= 0) {
-            if (n < 0 && errno == EINTR)
-                continue;
-            return false;
-        }
-        bytes += n;
-        size -= static_cast<size_t>(n);
-    }
-    return true;
-}
-
-// The CPUs this process may use; the first is for it, the second for peers.
-std::vector<int> allowedCpus()
-{
-    std::vector<int> cpus;
-    cpu_set_t set;
-    CPU_ZERO(&set);
-    if (sched_getaffinity(0, sizeof(set), &set) == 0) {
-        for (int cpu = 0; cpu < CPU_SETSIZE; ++cpu) {
-            if (CPU_ISSET(cpu, &set))
-                cpus.push_back(cpu);
-        }
-    }
-    return cpus;
-}
-
-void pinTo(int cpu)
-{
-    if (cpu < 0)
-        return;
-    cpu_set_t set;
-    CPU_ZERO(&set);
-    CPU_SET(cpu, &set);
-    sched_setaffinity(0, sizeof(set), &set);
+    return transferFully(::write, fd, static_cast<const unsigned char*>(data), size);
 }
 
 pid_t startRawPeer(int peerCpu)
@@ -117,11 +77,9 @@ pid_t startRawPeer(int peerCpu)
     int pair[2];
     if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, pair) != 0)
         return -1;
-    const pid_t pid = fork();
+    const pid_t pid = forkPeer(peerCpu);
     if (pid == 0) {
-        prctl(PR_SET_PDEATHSIG, SIGKILL);
         close(pair[0]);
-        pinTo(peerCpu);
         uint32_t word = 0;
         while (readFully(pair[1], &word, sizeof(word))) {
             const uint32_t status = 0;
@@ -132,34 +90,6 @@ pid_t startRawPeer(int peerCpu)
     }
     close(pair[1]);
     g_rawSocket = pair[0];
-    return pid;
-}
-
-pid_t startMupPeer(int peerCpu)
-{
-    int ready[2];
-    if (pipe(ready) != 0)
-        return -1;
-    const pid_t pid = fork();
-    if (pid == 0) {
-        prctl(PR_SET_PDEATHSIG, SIGKILL);
-        close(ready[0]);
-        pinTo(peerCpu); // the server thread inherits it
-        static ReplyZero handler;
-        const int result = initAVSServer(kService, &handler);
-        if (write(ready[1], &result, sizeof(result)) != sizeof(result) || result != 0)
-            _exit(1);
-        for (;;)
-            pause();
-    }
-    close(ready[1]);
-    int result = -1;
-    if (pid < 0 || !readFully(ready[0], &result, sizeof(result)) || result != 0) {
-        fprintf(stderr, "bench_mup_roundtrip: the middleware peer did not start\n");
-        close(ready[0]);
-        return -1;
-    }
-    close(ready[0]);
     return pid;
 }
 
@@ -199,25 +129,6 @@ void BM_ZorSetVolume(benchmark::State& state)
         }
     }
 }
-
-// Keeps the median of each benchmark while printing as usual.
-class MedianReporter : public benchmark::ConsoleReporter
-{
-public:
-    // Colours only on a terminal: the output is often kept in a log.
-    MedianReporter() : ConsoleReporter(isatty(STDOUT_FILENO) ? OO_Defaults : OO_Tabular) {}
-
-    void ReportRuns(const std::vector<Run>& runs) override
-    {
-        for (const Run& run : runs) {
-            if (run.aggregate_name == "median" && !run.error_occurred)
-                medians[run.run_name.function_name] = run.GetAdjustedRealTime();
-        }
-        ConsoleReporter::ReportRuns(runs);
-    }
-
-    std::map<std::string, double> medians;
-};
 
 #ifdef ZOR_MUP_CAPTURE
 constexpr const char* kCaptureRun = "ZOR_BENCH_CAPTURE_RUN";
@@ -278,12 +189,9 @@ Medians runWithCapture(int argc, char** argv, const std::string& capturePath,
 
 int main(int argc, char** argv)
 {
-    char runtime[] = "/tmp/zor-bench-XXXXXX";
-    if (!mkdtemp(runtime)) {
-        perror("bench_mup_roundtrip: mkdtemp");
+    const std::string runtime = makeRuntimeDir("/tmp/zor-bench-XXXXXX", "bench_mup_roundtrip");
+    if (runtime.empty())
         return 1;
-    }
-    setenv("ZOR_RUNTIME_DIR", runtime, 1);
 
     const std::vector<int> cpus = allowedCpus();
     const int ownCpu = cpus.size() >= 2 ? cpus[0] : -1;
@@ -291,18 +199,16 @@ int main(int argc, char** argv)
 
     // Peers first, while this process has a single thread.
     const pid_t rawPeer = startRawPeer(peerCpu);
-    const pid_t mupPeer = startMupPeer(peerCpu);
+    const pid_t mupPeer = startServerPeer(peerCpu, [] {
+        static ReplyZero handler;
+        return initAVSServer(kService, &handler) == 0;
+    });
+    if (mupPeer < 0)
+        fprintf(stderr, "bench_mup_roundtrip: the middleware peer did not start\n");
     pinTo(ownCpu);
     int status = 1;
     if (rawPeer > 0 && mupPeer > 0 && initClient(kService) == 0) {
-        // Repetitions of the three are interleaved, so that a change of load
-        // on the machine weighs on all of them alike; the command line may
-        // still say otherwise.
-        std::vector<char*> args(argv, argv + argc);
-        char interleave[] = "--benchmark_enable_random_interleaving=true";
-        args.insert(args.begin() + 1, interleave);
-        int count = static_cast<int>(args.size());
-        benchmark::Initialize(&count, args.data());
+        initializeInterleaved(argc, argv);
         for (auto* bench : {benchmark::RegisterBenchmark("BM_RawSocketPair", BM_RawSocketPair),
                             benchmark::RegisterBenchmark("BM_MupTransmit", BM_MupTransmit),
                             benchmark::RegisterBenchmark("BM_ZorSetVolume", BM_ZorSetVolume)})
@@ -312,13 +218,9 @@ int main(int argc, char** argv)
         benchmark::RunSpecifiedBenchmarks(&reporter);
         benchmark::Shutdown();
 
-        const auto median = [&](const char* name) {
-            auto found = reporter.medians.find(name);
-            return found == reporter.medians.end() ? 0.0 : found->second;
-        };
-        const double raw = median("BM_RawSocketPair");
-        const double mup = median("BM_MupTransmit");
-        const double zor = median("BM_ZorSetVolume");
+        const double raw = reporter.median("BM_RawSocketPair");
+        const double mup = reporter.median("BM_MupTransmit");
+        const double zor = reporter.median("BM_ZorSetVolume");
         printf("\nround trip medians (%s):\n",
                ownCpu >= 0 ? "caller and peers on two CPUs" : "one CPU");
         printf("  raw socketpair ping-pong  %8.2f us\n", raw);
@@ -336,7 +238,7 @@ int main(int argc, char** argv)
             fflush(stdout);
             printf("\n== the same with ZOR_MUP_CAPTURE set\n");
             fflush(stdout);
-            const std::string capturePath = std::string(runtime) + "/capture.pcapng";
+            const std::string capturePath = runtime + "/capture.pcapng";
             const Medians captured = runWithCapture(argc, argv, capturePath, cpus);
             unlink(capturePath.c_str());
             // Two processes measured one after the other on a shared machine:
@@ -360,14 +262,8 @@ int main(int argc, char** argv)
 
     if (g_rawSocket >= 0)
         close(g_rawSocket); // the raw peer ends on EOF
-    for (pid_t peer : {rawPeer, mupPeer}) {
-        if (peer > 0) {
-            kill(peer, SIGKILL);
-            waitpid(peer, nullptr, 0);
-        }
-    }
-    const std::string socket = std::string(runtime) + "/" + kService + ".sock";
-    unlink(socket.c_str());
-    rmdir(runtime);
+    stopPeer(rawPeer);
+    stopPeer(mupPeer);
+    removeRuntimeDir(runtime, kService);
     return status;
 }

@@ -7,6 +7,7 @@
 // One call in eight carries up to MAX_BYTES (some exactly that), one in four
 // up to 300 KB, the rest up to 4 KB. Prints one line of figures; exits 0 only
 // when every call got its own reply back.
+#include "bench_support.h"
 #include "mup/mup.h"
 
 #include <algorithm>
@@ -17,14 +18,13 @@
 #include <cstdio>
 #include <cstdlib>
 #include <string>
-#include <sys/prctl.h>
-#include <sys/wait.h>
 #include <thread>
-#include <unistd.h>
 #include <vector>
 
 namespace
 {
+
+using namespace zor::bench;
 
 constexpr const char* kService = "mup.stress";
 constexpr unsigned int kEcho = 1;
@@ -72,33 +72,18 @@ int main(int argc, char** argv)
     const int calls = static_cast<int>(argument(argc, argv, 2, 2000));
     const size_t maxBytes = static_cast<size_t>(argument(argc, argv, 3, 1048576));
 
-    char runtime[] = "/tmp/mup-stress-XXXXXX";
-    if (!mkdtemp(runtime)) {
-        perror("mup_stress: mkdtemp");
+    const std::string runtime = makeRuntimeDir("/tmp/mup-stress-XXXXXX", "mup_stress");
+    if (runtime.empty())
         return 2;
-    }
-    setenv("ZOR_RUNTIME_DIR", runtime, 1);
 
-    int ready[2];
-    if (pipe(ready) != 0) {
-        perror("mup_stress: pipe");
-        return 2;
-    }
-    const pid_t server = fork();
-    if (server == 0) {
-        prctl(PR_SET_PDEATHSIG, SIGKILL);
+    const pid_t server = startServerPeer(-1, [] {
         static Echo echo;
-        const int result = initAVSServer(kService, &echo);
-        if (write(ready[1], &result, sizeof(result)) != sizeof(result) || result != 0)
-            _exit(1);
-        for (;;)
-            pause();
-    }
-    int result = -1;
-    close(ready[1]);
-    if (server < 0 || read(ready[0], &result, sizeof(result)) != sizeof(result) || result != 0 ||
-        OXA_TVC_NewClient(kService) != 0) {
+        return initAVSServer(kService, &echo) == 0;
+    });
+    if (server < 0 || OXA_TVC_NewClient(kService) != 0) {
         fprintf(stderr, "mup_stress: the echo service did not start\n");
+        stopPeer(server);
+        removeRuntimeDir(runtime, kService);
         return 2;
     }
 
@@ -138,11 +123,8 @@ int main(int argc, char** argv)
     const double seconds =
         std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
 
-    kill(server, SIGKILL);
-    waitpid(server, nullptr, 0);
-    const std::string socket = std::string(runtime) + "/" + kService + ".sock";
-    unlink(socket.c_str());
-    rmdir(runtime);
+    stopPeer(server);
+    removeRuntimeDir(runtime, kService);
 
     printf("mup_stress: %d threads x %d calls, payloads up to %zu bytes: %ld failed, %ld "
            "mismatched, %.1f MB echoed in %.1f s\n",
