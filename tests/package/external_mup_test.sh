@@ -13,6 +13,9 @@
 # usage: external_mup_test.sh CMAKE BUILD_DIR SOURCE_DIR LIBDIR CC CXX TVSIM
 set -euo pipefail
 
+# shellcheck source=package_test_lib.sh
+. "$(dirname "${BASH_SOURCE[0]}")/package_test_lib.sh"
+
 cmake=$1
 build=$2
 source=$3
@@ -21,26 +24,8 @@ cc=$5
 cxx=$6
 tvsim=$7
 
-work=$(mktemp -d "${TMPDIR:-/tmp}/zor-external-mup.XXXXXX")
+package_test_begin zor-external-mup
 platform=$work/platform
-export ZOR_RUNTIME_DIR=$work/run
-tvsim_pid=""
-cleanup() {
-    if [ -n "$tvsim_pid" ]; then
-        kill "$tvsim_pid" 2>/dev/null || true
-        wait "$tvsim_pid" 2>/dev/null || true
-    fi
-    rm -rf "$work"
-}
-trap cleanup EXIT
-
-fail() {
-    echo "FAIL: $*"
-    for log in "$work"/*.log; do
-        [ -f "$log" ] && { echo "--- $(basename "$log")"; tail -n 40 "$log"; }
-    done
-    exit 1
-}
 
 # ---- the platform's libmup --------------------------------------------------
 "$cmake" --install "$build" --component mup --prefix "$platform" > "$work/install-mup.log" 2>&1 ||
@@ -95,14 +80,7 @@ grep -q '^Requires: mup$' "$platform/$libdir/pkgconfig/zor.pc" ||
     fail "zor.pc does not require the platform's mup"
 [ -e "$platform/$libdir/cmake/zor/zorMup.cmake" ] || fail "the CMake package cannot find libmup"
 
-"$tvsim" > "$work/tvsim.log" 2>&1 &
-tvsim_pid=$!
-for _ in $(seq 100); do
-    grep -q "serving" "$work/tvsim.log" && break
-    kill -0 "$tvsim_pid" 2>/dev/null || fail "tvsim exited"
-    sleep 0.1
-done
-grep -q "serving" "$work/tvsim.log" || fail "tvsim did not start"
+start_tvsim "$tvsim"
 
 # run_example NAME PROGRAM VOLUME: the volume reaches the television.
 run_example() {

@@ -7,6 +7,9 @@
 # usage: install_example_test.sh CMAKE BUILD_DIR SOURCE_DIR LIBDIR CC VERSION [SANITIZER_FLAGS]
 set -euo pipefail
 
+# shellcheck source=package_test_lib.sh
+. "$(dirname "${BASH_SOURCE[0]}")/package_test_lib.sh"
+
 cmake=$1
 build=$2
 source=$3
@@ -15,26 +18,8 @@ cc=$5
 version=$6
 sanitizer_flags=${7:-}
 
-work=$(mktemp -d "${TMPDIR:-/tmp}/zor-package.XXXXXX")
+package_test_begin zor-package
 prefix=$work/prefix
-export ZOR_RUNTIME_DIR=$work/run
-tvsim_pid=""
-cleanup() {
-    if [ -n "$tvsim_pid" ]; then
-        kill "$tvsim_pid" 2>/dev/null || true
-        wait "$tvsim_pid" 2>/dev/null || true
-    fi
-    rm -rf "$work"
-}
-trap cleanup EXIT
-
-fail() {
-    echo "FAIL: $*"
-    for log in "$work"/*.log; do
-        [ -f "$log" ] && { echo "--- $(basename "$log")"; tail -n 40 "$log"; }
-    done
-    exit 1
-}
 
 # ---- install ----------------------------------------------------------------
 "$cmake" --install "$build" --prefix "$prefix" > "$work/install.log" 2>&1 ||
@@ -81,14 +66,7 @@ cat > "$work/tv.json" <<'END'
   "currentChannel": 2
 }
 END
-"$prefix/bin/tvsim" --state "$work/tv.json" > "$work/tvsim.log" 2>&1 &
-tvsim_pid=$!
-for _ in $(seq 100); do
-    grep -q "serving" "$work/tvsim.log" && break
-    kill -0 "$tvsim_pid" 2>/dev/null || fail "tvsim exited"
-    sleep 0.1
-done
-grep -q "serving" "$work/tvsim.log" || fail "tvsim did not start"
+start_tvsim "$prefix/bin/tvsim" --state "$work/tv.json"
 
 expected_output() {
     cat <<END
