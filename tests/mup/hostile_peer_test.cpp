@@ -73,25 +73,16 @@ bool becomeUser(uid_t uid)
 }
 
 // A process serving `service` with EchoHandler, as `uid` when given.
-class Server : public ChildProcess
+class Server : public ServingProcess
 {
 public:
     explicit Server(const std::string& service, const std::string& log = {}, uid_t uid = 0)
-        : ChildProcess(
-              [service, uid](int readyFd) {
-                  int result = uid && !becomeUser(uid) ? -2 : 0;
-                  static EchoHandler handler;
-                  if (result == 0)
-                      result = initAVSServer(service.c_str(), &handler);
-                  if (write(readyFd, &result, sizeof(result)) != sizeof(result) || result != 0)
-                      _exit(1);
-                  for (;;)
-                      pause();
-              },
+        : ServingProcess(
+              service,
+              servingBody<EchoHandler>(service, [uid] { return uid && !becomeUser(uid) ? -2 : 0; }),
               log)
     {
     }
-    bool serving() const { return ready() && status() == 0; }
 };
 
 // Runs `body` in a forked process as `uid` (stderr to `log` when given); what
@@ -202,41 +193,22 @@ TEST(LeaderHandOff, SixteenThreadsWithPayloadsUpToOneMebibyteAllGetTheirReplies)
     TestRuntime runtime("60000");
     const std::string log = runtime.file("server.log");
     Server server("svc.handoff", log);
-    ASSERT_TRUE(server.serving());
-    ASSERT_EQ(OXA_TVC_NewClient("svc.handoff"), 0);
+    ASSERT_TRUE(server.connectClient());
 
-    constexpr int kThreads = 16;
-    constexpr int kCalls = 40;
-    std::atomic<int> failures{0};
-    std::atomic<int> mismatches{0};
-    std::vector<std::thread> threads;
-    for (int t = 0; t < kThreads; ++t) {
-        threads.emplace_back([t, &failures, &mismatches] {
-            for (int i = 0; i < kCalls; ++i) {
-                // Mostly small, one in four up to 300 KB, one in eight up to
-                // 1 MiB, and some exactly 1 MiB.
-                const unsigned int seed = static_cast<unsigned int>(t * 1000 + i);
-                const uint32_t r = seed * 2246822519u >> 8;
-                size_t size = r % 4096;
-                if (i % 8 == 0)
-                    size = (t + i) % 5 == 0 ? 1048576 : r % 1048577;
-                else if (i % 4 == 1)
-                    size = r % 300001;
-                const Bytes request = pattern(size, seed);
-                MUPParam in;
-                writeBytes(in, request);
-                MUPParam out;
-                if (OXA_TVC_TransmitCommand(kEcho, in, &out, 0) != 0)
-                    ++failures;
-                else if (bytesOf(out) != request)
-                    ++mismatches;
-            }
-        });
-    }
-    for (std::thread& thread : threads)
-        thread.join();
-    EXPECT_EQ(failures.load(), 0);
-    EXPECT_EQ(mismatches.load(), 0);
+    const EchoTally tally = echoFromThreads(kEcho, 16, 40, [](int t, int i) {
+        // Mostly small, one in four up to 300 KB, one in eight up to 1 MiB,
+        // and some exactly 1 MiB.
+        const unsigned int seed = static_cast<unsigned int>(t * 1000 + i);
+        const uint32_t r = seed * 2246822519u >> 8;
+        size_t size = r % 4096;
+        if (i % 8 == 0)
+            size = (t + i) % 5 == 0 ? 1048576 : r % 1048577;
+        else if (i % 4 == 1)
+            size = r % 300001;
+        return pattern(size, seed);
+    });
+    EXPECT_EQ(tally.failures, 0);
+    EXPECT_EQ(tally.mismatches, 0);
     EXPECT_EQ(readFile(log), "") << "the server dropped no one";
 }
 
@@ -447,25 +419,14 @@ TEST(FrameLimits, SeveralHonestLargeSendersAllGetThrough)
 
 // A directory that everyone may write to and no one may rename in: /tmp's
 // mode, owned by root.
-class SharedRuntime
+class SharedRuntime : public RuntimeDir
 {
 public:
-    SharedRuntime() : m_runtime("ZOR_RUNTIME_DIR", m_dir.path().c_str())
-    {
-        m_ok = chmod(m_dir.path().c_str(), 01777) == 0;
-    }
+    SharedRuntime() : m_ok(chmod(dir().c_str(), 01777) == 0) {}
     bool ok() const { return m_ok; }
-    const std::string& dir() const { return m_dir.path(); }
-    std::string socketPath(const std::string& service) const
-    {
-        return m_dir.path() + "/" + service + ".sock";
-    }
-    std::string file(const std::string& name) const { return m_dir.path() + "/" + name; }
 
 private:
-    TempDir m_dir;
-    ScopedEnv m_runtime;
-    bool m_ok = false;
+    bool m_ok;
 };
 
 #define REQUIRE_ROOT()                                                                             \

@@ -75,14 +75,13 @@ private:
 };
 
 // A peer process serving `service`.
-class Peer : public ChildProcess
+class Peer : public ServingProcess
 {
 public:
     explicit Peer(const std::string& service, const std::string& stderrPath = {})
-        : ChildProcess(servingBody<PeerHandler>(service), stderrPath)
+        : ServingProcess(service, servingBody<PeerHandler>(service), stderrPath)
     {
     }
-    bool serving() const { return ready() && status() == 0; }
 };
 
 int transmit(unsigned int cmd, const Bytes& request, Bytes* reply)
@@ -114,8 +113,7 @@ TEST(RoundTrip, RequestReachesThePeerAndItsReplyComesBack)
 {
     TestRuntime runtime;
     Peer peer("oxa.kel.avs.client");
-    ASSERT_TRUE(peer.serving());
-    ASSERT_EQ(OXA_TVC_NewClient("oxa.kel.avs.client"), 0);
+    ASSERT_TRUE(peer.connectClient());
 
     Bytes large(1048576);
     for (size_t i = 0; i < large.size(); ++i)
@@ -137,8 +135,7 @@ TEST(RoundTrip, OneWayCommandRunsTheHandlerAndIsNotAnswered)
 {
     TestRuntime runtime;
     Peer peer("svc.oneway");
-    ASSERT_TRUE(peer.serving());
-    ASSERT_EQ(OXA_TVC_NewClient("svc.oneway"), 0);
+    ASSERT_TRUE(peer.connectClient());
 
     MUPParam in;
     in.writeInt32(5);
@@ -173,46 +170,26 @@ TEST(RoundTrip, ConcurrentCallersEachGetTheirOwnReply)
 {
     TestRuntime runtime("5000");
     Peer peer("svc.concurrent");
-    ASSERT_TRUE(peer.serving());
-    ASSERT_EQ(OXA_TVC_NewClient("svc.concurrent"), 0);
+    ASSERT_TRUE(peer.connectClient());
 
-    constexpr int kThreads = 8;
-    constexpr int kCalls = 1000;
-    std::atomic<int> failures{0};
-    std::atomic<int> mismatches{0};
-    std::vector<std::thread> threads;
-    for (int t = 0; t < kThreads; ++t) {
-        threads.emplace_back([t, &failures, &mismatches] {
-            for (int i = 0; i < kCalls; ++i) {
-                MUPParam in;
-                in.writeInt32(t);
-                in.writeInt32(i);
-                // Sizes differ per thread so that replies are not all alike.
-                const Bytes filler(static_cast<size_t>(t * 16 + i % 7),
-                                   static_cast<unsigned char>(t));
-                writeBytes(in, filler);
-                MUPParam out;
-                if (OXA_TVC_TransmitCommand(kEcho, in, &out, 0) != 0) {
-                    ++failures;
-                    continue;
-                }
-                if (bytesOf(out) != bytesOf(in))
-                    ++mismatches;
-            }
-        });
-    }
-    for (std::thread& thread : threads)
-        thread.join();
-    EXPECT_EQ(failures.load(), 0);
-    EXPECT_EQ(mismatches.load(), 0);
+    const EchoTally tally = echoFromThreads(kEcho, 8, 1000, [](int t, int i) {
+        MUPParam request;
+        request.writeInt32(t);
+        request.writeInt32(i);
+        // Sizes differ per thread so that replies are not all alike.
+        writeBytes(request,
+                   Bytes(static_cast<size_t>(t * 16 + i % 7), static_cast<unsigned char>(t)));
+        return bytesOf(request);
+    });
+    EXPECT_EQ(tally.failures, 0);
+    EXPECT_EQ(tally.mismatches, 0);
 }
 
 TEST(RoundTrip, ReplyAfterTheCallerGaveUpIsNotTakenByTheNextCall)
 {
     TestRuntime runtime("400");
     Peer peer("svc.late");
-    ASSERT_TRUE(peer.serving());
-    ASSERT_EQ(OXA_TVC_NewClient("svc.late"), 0);
+    ASSERT_TRUE(peer.connectClient());
 
     MUPParam slow;
     slow.writeInt32(800);
@@ -249,8 +226,7 @@ TEST(RoundTrip, ReaderThatGivesUpHandsTheSocketToAWaitingCaller)
     // reply (sent at 1300 ms) and take its own, well before its 1700 ms.
     TestRuntime runtime("1000");
     Peer peer("svc.handover");
-    ASSERT_TRUE(peer.serving());
-    ASSERT_EQ(OXA_TVC_NewClient("svc.handover"), 0);
+    ASSERT_TRUE(peer.connectClient());
 
     int firstResult = 0;
     Bytes firstReply{0xEE};
@@ -293,8 +269,7 @@ TEST(PeerFailure, PeerKilledDuringTheCallFailsItPromptly)
 {
     TestRuntime runtime("20000");
     Peer peer("svc.dies");
-    ASSERT_TRUE(peer.serving());
-    ASSERT_EQ(OXA_TVC_NewClient("svc.dies"), 0);
+    ASSERT_TRUE(peer.connectClient());
     ASSERT_EQ(peerPid(), peer.pid());
 
     MUPParam in;
@@ -350,8 +325,7 @@ TEST(PeerFailure, TransmitCountsTellNoAnswerFromAnAnsweredFailure)
 {
     TestRuntime runtime;
     Peer peer("svc.count");
-    ASSERT_TRUE(peer.serving());
-    ASSERT_EQ(OXA_TVC_NewClient("svc.count"), 0);
+    ASSERT_TRUE(peer.connectClient());
 
     const Counts before = transmitCounts();
     // The peer's handler writes nothing for an unknown command: answered.
@@ -607,8 +581,7 @@ TEST(Server, HalfSentFrameDoesNotHoldUpOtherClients)
 {
     TestRuntime runtime;
     Peer peer("svc.patient");
-    ASSERT_TRUE(peer.serving());
-    ASSERT_EQ(OXA_TVC_NewClient("svc.patient"), 0);
+    ASSERT_TRUE(peer.connectClient());
 
     const int slow = connectRaw(runtime.socketPath("svc.patient"));
     ASSERT_GE(slow, 0);

@@ -1,12 +1,16 @@
 // SPDX-License-Identifier: MIT
 // Helpers shared by the messaging layer's tests: a private runtime directory
-// per test, peer processes that serve a service, raw sockets.
+// per test, peer processes that serve a service, calls from many threads, raw
+// sockets.
 #ifndef ZOR_TESTS_MUP_MUP_TEST_UTIL_H
 #define ZOR_TESTS_MUP_MUP_TEST_UTIL_H
 
 #include "mup/mup.h"
 
+#include <gtest/gtest.h>
+
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
@@ -25,6 +29,7 @@
 #include <sys/stat.h>
 #include <sys/un.h>
 #include <sys/wait.h>
+#include <thread>
 #include <unistd.h>
 #include <vector>
 
@@ -126,16 +131,11 @@ private:
     std::string m_path;
 };
 
-// The private runtime directory and the short timeout that every test of the
-// messaging layer runs with; set before any client is made.
-class TestRuntime
+// A fresh directory that ZOR_RUNTIME_DIR names for the life of the object.
+class RuntimeDir
 {
 public:
-    explicit TestRuntime(const char* timeoutMs = "1000")
-        : m_dir(), m_runtime("ZOR_RUNTIME_DIR", m_dir.path().c_str()),
-          m_timeout("ZOR_MUP_TIMEOUT_MS", timeoutMs)
-    {
-    }
+    RuntimeDir() : m_dir(), m_runtime("ZOR_RUNTIME_DIR", m_dir.path().c_str()) {}
 
     const std::string& dir() const { return m_dir.path(); }
     std::string socketPath(const std::string& service) const
@@ -147,6 +147,19 @@ public:
 private:
     TempDir m_dir;
     ScopedEnv m_runtime;
+};
+
+// The private runtime directory and the short timeout that every test of the
+// messaging layer runs with; set before any client is made.
+class TestRuntime : public RuntimeDir
+{
+public:
+    explicit TestRuntime(const char* timeoutMs = "1000")
+        : m_timeout("ZOR_MUP_TIMEOUT_MS", timeoutMs)
+    {
+    }
+
+private:
     ScopedEnv m_timeout;
 };
 
@@ -219,17 +232,85 @@ private:
     int m_status = -1;
 };
 
-// A process that serves `service` with `handler` through initAVSServer.
-template <typename Handler> std::function<void(int)> servingBody(const std::string& service)
+// The body of a process that serves `service` with a Handler through
+// initAVSServer. `setUp`, when given, runs first in that process; a result
+// other than 0 is reported as the process's status instead of serving.
+template <typename Handler>
+std::function<void(int)> servingBody(const std::string& service,
+                                     const std::function<int()>& setUp = {})
 {
-    return [service](int readyFd) {
+    return [service, setUp](int readyFd) {
+        int result = setUp ? setUp() : 0;
         static Handler handler;
-        const int result = initAVSServer(service.c_str(), &handler);
+        if (result == 0)
+            result = initAVSServer(service.c_str(), &handler);
         if (write(readyFd, &result, sizeof(result)) != sizeof(result) || result != 0)
             _exit(1);
         for (;;)
             pause();
     };
+}
+
+// A child process running a servingBody() for `service`.
+class ServingProcess : public ChildProcess
+{
+public:
+    ServingProcess(const std::string& service, const std::function<void(int)>& body,
+                   const std::string& stderrPath)
+        : ChildProcess(body, stderrPath), m_service(service)
+    {
+    }
+
+    bool serving() const { return ready() && status() == 0; }
+
+    // The process serves, and this process's endpoint (OXA_TVC_NewClient)
+    // is opened to its service.
+    testing::AssertionResult connectClient() const
+    {
+        if (!serving())
+            return testing::AssertionFailure() << "nothing serves " << m_service;
+        if (OXA_TVC_NewClient(m_service.c_str()) != 0)
+            return testing::AssertionFailure() << "OXA_TVC_NewClient(" << m_service << ") failed";
+        return testing::AssertionSuccess();
+    }
+
+private:
+    std::string m_service;
+};
+
+// What concurrent echo calls saw: calls that failed, replies that were not
+// their request.
+struct EchoTally {
+    int failures = 0;
+    int mismatches = 0;
+};
+
+// `threads` threads each send `calls` requests, requestFor(thread, call), as
+// `echoCommand` through this process's endpoint (OXA_TVC_TransmitCommand),
+// and check that each reply is its own request. Returns once all have ended.
+inline EchoTally echoFromThreads(unsigned int echoCommand, int threads, int calls,
+                                 const std::function<Bytes(int thread, int call)>& requestFor)
+{
+    std::atomic<int> failures{0};
+    std::atomic<int> mismatches{0};
+    std::vector<std::thread> workers;
+    for (int t = 0; t < threads; ++t) {
+        workers.emplace_back([&, t] {
+            for (int i = 0; i < calls; ++i) {
+                const Bytes request = requestFor(t, i);
+                MUPParam in;
+                writeBytes(in, request);
+                MUPParam out;
+                if (OXA_TVC_TransmitCommand(echoCommand, in, &out, 0) != 0)
+                    ++failures;
+                else if (bytesOf(out) != request)
+                    ++mismatches;
+            }
+        });
+    }
+    for (std::thread& worker : workers)
+        worker.join();
+    return {failures.load(), mismatches.load()};
 }
 
 // A plain stream socket connected to `path`, for speaking the wire format by
