@@ -13,9 +13,22 @@
 
 #include <functional>
 #include <string>
+#include <vector>
 
 namespace zor::test
 {
+
+// "%s line:%d <message>" with any line number.
+inline std::string argLine(const std::string& function, const std::string& message)
+{
+    return "^" + function + " line:[0-9]+ " + message + "\n$";
+}
+
+// "[%s(): %d]<message>" with any line number, as a regular expression.
+inline std::string gatedLine(const std::string& function, const std::string& message)
+{
+    return "\\[" + function + "\\(\\): [0-9]+\\]" + message + "\n";
+}
 
 class ApiTest : public testing::Test
 {
@@ -45,6 +58,41 @@ protected:
         return text;
     }
 
+    // Whether `call` was refused: it returned -1 and printed exactly what the
+    // regular expression `line` matches.
+    static testing::AssertionResult refused(const std::function<int()>& call,
+                                            const std::string& line)
+    {
+        int result = 0;
+        const std::string output = printed([&] { result = call(); });
+        const bool matches = testing::Matches(testing::MatchesRegex(line))(output);
+        if (result == -1 && matches)
+            return testing::AssertionSuccess();
+        testing::AssertionResult failure = testing::AssertionFailure();
+        if (result != -1)
+            failure << "returned " << result << " instead of -1; ";
+        if (!matches)
+            failure << "printed \"" << output << "\", which does not match /" << line << "/";
+        return failure;
+    }
+
+    // A call refused for its arguments with "<function> line:N <message>".
+    struct RefusedCall {
+        std::function<int()> call;
+        const char* function;
+        const char* message;
+    };
+
+    // Each of `calls` is refused with its line, and nothing is sent.
+    static void expectRefused(const std::vector<RefusedCall>& calls)
+    {
+        for (const RefusedCall& c : calls) {
+            SCOPED_TRACE(c.message);
+            EXPECT_TRUE(refused(c.call, argLine(c.function, c.message)));
+        }
+        EXPECT_TRUE(sent().empty());
+    }
+
     // The one request sent so far, after checking its id.
     static Bytes onlyRequest(unsigned int id)
     {
@@ -56,18 +104,6 @@ protected:
         return exchanges[0].request;
     }
 };
-
-// "%s line:%d <message>" with any line number.
-inline std::string argLine(const std::string& function, const std::string& message)
-{
-    return "^" + function + " line:[0-9]+ " + message + "\n$";
-}
-
-// "[%s(): %d]<message>" with any line number, as a regular expression.
-inline std::string gatedLine(const std::string& function, const std::string& message)
-{
-    return "\\[" + function + "\\(\\): [0-9]+\\]" + message + "\n";
-}
 
 } // namespace zor::test
 
