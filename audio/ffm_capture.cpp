@@ -9,7 +9,6 @@
 #include "audio/ffm_ring.h"
 #include "audio/softmic_output.h"
 #include "base/log.h"
-#include "base/no_destructor.h"
 #include "base/unique_fd.h"
 
 #include <cerrno>
@@ -24,13 +23,10 @@ namespace zor::audio::ffm
 
 _ST_FFM_CAPTURE_BUF_CFG captureBufCfg;
 _ST_FFM_RING_BUF_CFG stRingBufCfg;
-std::mutex ringMutex;
-std::mutex dumpMutex;
-std::mutex sendMutex;
 
 void switchToDirectSending()
 {
-    std::lock_guard<std::mutex> lock(sendMutex);
+    std::lock_guard<std::mutex> lock(pipeline().sendMutex);
     if (gSendFFMPCMData.load())
         gSendFFMPCMDataDirectly.store(true);
 }
@@ -49,30 +45,6 @@ char FFM_CAP_DEVICE[kDeviceNameSize] = "hw:0,0";
 
 namespace
 {
-
-// The parameters as tests and tools last set them, with their lock.
-class ParamsStore
-{
-public:
-    void set(const Params& settings)
-    {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        m_params = settings;
-    }
-    Params get() const
-    {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        return m_params;
-    }
-
-private:
-    mutable std::mutex m_mutex;
-    Params m_params;
-};
-
-// Never destroyed: detached pipeline threads may still read it while the
-// process exits.
-zor::NoDestructor<ParamsStore> paramsStore;
 
 ThreadState readCaptureState()
 {
@@ -234,7 +206,7 @@ void commit(Acquired& got, _ST_FFM_CAPTURE_BUF_CFG& cap, _ST_FFM_RING_BUF_CFG& r
 {
     const snd_pcm_uframes_t frames = got.granted.appliedPeriodFrames;
     {
-        std::lock_guard<std::mutex> lock(dumpMutex);
+        std::lock_guard<std::mutex> lock(pipeline().dumpMutex);
         cap.s32PcmFd = got.pcmFd.release();
         cap.s32WWFd = got.wwFd.release();
         cap.s32LogFd = got.logFd.release();
@@ -251,7 +223,7 @@ void commit(Acquired& got, _ST_FFM_CAPTURE_BUF_CFG& cap, _ST_FFM_RING_BUF_CFG& r
     cap.pMonoBuf = std::move(got.mono);
     cap.readFailures.setPeriod(frames, got.granted.appliedRate);
 
-    std::lock_guard<std::mutex> lock(ringMutex);
+    std::lock_guard<std::mutex> lock(pipeline().ringMutex);
     ring.u32BufSize = kRingBytes;
     ring.u32SampleCount = kRingSamples;
     ring.pu8RingBuf = std::move(got.ring);
@@ -300,7 +272,7 @@ void kel_avs_ffm_alsa_capture_stop(_ST_FFM_CAPTURE_BUF_CFG* cap, _ST_FFM_RING_BU
                                    const char* device)
 {
     {
-        std::lock_guard<std::mutex> lock(ringMutex);
+        std::lock_guard<std::mutex> lock(pipeline().ringMutex);
         ZOR_FFM_LOG("record Done.RingBufcfg->bInitFlag = %d\n\n", ring->bInitFlag);
         ring->bInitFlag = 0;
     }
@@ -310,7 +282,7 @@ void kel_avs_ffm_alsa_capture_stop(_ST_FFM_CAPTURE_BUF_CFG* cap, _ST_FFM_RING_BU
     {
         // The detection thread checks bInitFlag under this lock before it
         // touches the buffers, so they can go now.
-        std::lock_guard<std::mutex> lock(ringMutex);
+        std::lock_guard<std::mutex> lock(pipeline().ringMutex);
         if (ring->pu8RingBuf) {
             ZOR_FFM_LOG("stop currentIndex = %u\n\n", ring->u32CurrentIndex);
             ring->pu8RingBuf.reset();
@@ -319,7 +291,7 @@ void kel_avs_ffm_alsa_capture_stop(_ST_FFM_CAPTURE_BUF_CFG* cap, _ST_FFM_RING_BU
         ring->pu8Metadata.reset();
     }
     {
-        std::lock_guard<std::mutex> lock(dumpMutex);
+        std::lock_guard<std::mutex> lock(pipeline().dumpMutex);
         for (int32_t* fd : {&cap->s32PcmFd, &cap->s32WWFd, &cap->s32LogFd}) {
             if (*fd != -1) {
                 close(*fd);
@@ -372,7 +344,7 @@ int kel_avs_ffm_alsa_capture_write(_ST_FFM_CAPTURE_BUF_CFG* cap, _ST_FFM_RING_BU
 
     kel_avs_ffm_dataDownMixto1ch(*cap);
     {
-        std::lock_guard<std::mutex> lock(ringMutex);
+        std::lock_guard<std::mutex> lock(pipeline().ringMutex);
         kel_avs_ffm_dataWriteInRingBuf(*cap, *ring);
     }
 
@@ -410,7 +382,7 @@ int kel_avs_ffm_alsa_pcm_read(_ST_FFM_CAPTURE_BUF_CFG* cap, _ST_FFM_RING_BUF_CFG
     if (send && !gbBufferReadDone.load()) {
         // Held across the hand-over: the detection thread must not refill the
         // copy buffer while it is copied into or read by the application.
-        std::lock_guard<std::mutex> lock(ringMutex);
+        std::lock_guard<std::mutex> lock(pipeline().ringMutex);
         uint32_t bytes = 0;
         if (ring->bKWflag.load(std::memory_order_acquire) != 0) {
             bytes = static_cast<uint32_t>(ring->u64TotalCopySize);
@@ -485,16 +457,6 @@ uint32_t kel_avs_ffm_ClockGetInMS()
     clock_gettime(CLOCK_MONOTONIC, &now);
     return static_cast<uint32_t>(static_cast<uint64_t>(now.tv_sec) * 1000 +
                                  static_cast<uint64_t>(now.tv_nsec) / 1000000);
-}
-
-void setParams(const Params& settings)
-{
-    paramsStore->set(settings);
-}
-
-Params params()
-{
-    return paramsStore->get();
 }
 
 ThreadState captureState()

@@ -18,12 +18,6 @@ namespace zor::audio::ffm
 namespace
 {
 
-// Readiness events come from the application's and the server's threads,
-// device loss from the pipeline's own; each transition and its start or stop
-// runs alone. Taken before any other lock of the pipeline, never after one;
-// it lives as long as the process.
-std::mutex controlMutex;
-
 std::atomic<Readiness> enInitComplete{Readiness::Idle};
 std::atomic<ActionButton> enNotifyActionButtonPressed{ActionButton::Idle};
 
@@ -161,8 +155,8 @@ int kel_avs_ffm_start_thread()
     }
 
     {
-        std::lock_guard<std::mutex> ring(ringMutex);
-        std::lock_guard<std::mutex> dump(dumpMutex);
+        std::lock_guard<std::mutex> ring(pipeline().ringMutex);
+        std::lock_guard<std::mutex> dump(pipeline().dumpMutex);
         captureBufCfg.reset();
         stRingBufCfg.reset();
     }
@@ -202,7 +196,7 @@ int kel_avs_ffm_stop_thread()
     }
     enNotifyActionButtonPressed.store(ActionButton::Idle);
     {
-        std::lock_guard<std::mutex> lock(sendMutex);
+        std::lock_guard<std::mutex> lock(pipeline().sendMutex);
         gSendFFMPCMDataDirectly.store(false);
         gSendFFMPCMData.store(false);
     }
@@ -214,13 +208,13 @@ int kel_avs_ffm_stop_thread()
 
 int kel_avs_ffm_stop_thread_on_device_loss()
 {
-    std::lock_guard<std::mutex> control(controlMutex);
+    std::lock_guard<std::mutex> control(pipeline().controlMutex);
     return kel_avs_ffm_stop_thread();
 }
 
 std::unique_lock<std::mutex> holdReadiness()
 {
-    return std::unique_lock<std::mutex>(controlMutex);
+    return std::unique_lock<std::mutex>(pipeline().controlMutex);
 }
 
 bool sendingDirectly()
@@ -251,7 +245,7 @@ using namespace zor::audio::ffm;
 void KEL_AVS_FFM_Init(_ST_FFM_INFO info)
 {
     kel_avs_ffm_init_thread_mutex();
-    std::lock_guard<std::mutex> control(controlMutex);
+    std::lock_guard<std::mutex> control(pipeline().controlMutex);
     char name[kDeviceNameSize];
     {
         std::lock_guard<std::mutex> lock(mutex_capture_exit);
@@ -289,7 +283,7 @@ void KEL_AVS_FFM_Init(_ST_FFM_INFO info)
 
 void KEL_AVS_FFM_NotifyAudDSPStatus(int status)
 {
-    std::lock_guard<std::mutex> control(controlMutex);
+    std::lock_guard<std::mutex> control(pipeline().controlMutex);
     const Readiness state = enInitComplete.load();
     ZOR_FFM_LOG("Status = %d, enInitComplete = %d\n\n", status, toInt(state));
     if (status == 1)
@@ -303,7 +297,7 @@ void KEL_AVS_FFM_NotifyAudDSPStatus(int status)
 int KEL_AVS_FFM_TriggerCaptureData(int start)
 {
     ZOR_FFM_LOG("_dbgFunAPITriggerCaptureData\n");
-    std::lock_guard<std::mutex> control(controlMutex);
+    std::lock_guard<std::mutex> control(pipeline().controlMutex);
     return start == 1 ? kel_avs_ffm_start_thread() : kel_avs_ffm_stop_thread();
 }
 
@@ -313,7 +307,7 @@ void KEL_AVS_FFM_TrigSendPCMData(bool send)
                 "gSendFFMPCMDataDirectly = %d\n\n",
                 static_cast<int>(send), toInt(enNotifyActionButtonPressed.load()),
                 static_cast<int>(gSendFFMPCMDataDirectly.load()));
-    std::unique_lock<std::mutex> sending(sendMutex);
+    std::unique_lock<std::mutex> sending(pipeline().sendMutex);
     gSendFFMPCMData.store(send);
     if (send) {
         ActionButton pressed = ActionButton::Pressed;
@@ -324,7 +318,7 @@ void KEL_AVS_FFM_TrigSendPCMData(bool send)
     gSendFFMPCMDataDirectly.store(false);
     sending.unlock();
     if (bDbgDumpPCM) {
-        std::lock_guard<std::mutex> lock(dumpMutex);
+        std::lock_guard<std::mutex> lock(pipeline().dumpMutex);
         writeSeparator(captureBufCfg.s32PcmFd);
         writeSeparator(captureBufCfg.s32WWFd);
     }
@@ -357,7 +351,7 @@ void KEL_AVS_FFM_NotifyPowerStatus(int mode)
 {
     ZOR_FFM_LOG("power mode %d\n\n", mode);
     if (mode == 1) {
-        std::lock_guard<std::mutex> control(controlMutex);
+        std::lock_guard<std::mutex> control(pipeline().controlMutex);
         kel_avs_ffm_stop_thread();
     }
 }

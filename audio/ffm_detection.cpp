@@ -10,7 +10,6 @@
 #include "audio/softmic_output.h"
 #include "audio/xmos_device.h"
 #include "base/log.h"
-#include "base/no_destructor.h"
 
 #include <cerrno>
 #include <cstdio>
@@ -37,23 +36,14 @@ constexpr uint16_t CONTROL_RESOURCE_ID = 0xE0;
 constexpr uint16_t CONTROL_CMD_ID_GET_WWE_INDEXES = 0xAF;
 constexpr uint16_t CONTROL_CMD_PAYLOAD_LEN = 25;
 constexpr const char* HID_KEY_CODE = "KEY_F23";
-// What the wake-word callback receives, in storage that outlives the call:
-// the keyword for the life of the process, the metadata until the next
-// detection rewrites it. Only the detection thread writes them (one runs at
-// a time), and only just before the callback.
+// The keyword that the wake-word callback receives, for the life of the
+// process (its metadata is the pipeline's wakeWordMetadata).
 char KEYWORD_STRING[] = "alexa";
-uint8_t wakeWordMetadata[METADATA_BLOB_LEN];
 constexpr unsigned kPollIntervalMs = 20;
 // A board that keeps answering "not ready" gets this many queries, a short
 // pause apart, before the detection is given up.
 constexpr int kIndexQueryAttempts = 50;
 constexpr unsigned kIndexQueryPauseUs = 2000;
-
-// Opened, used and closed by the detection thread only.
-// Never destroyed: the detached detection thread may still use the device
-// while the process exits.
-zor::NoDestructor<std::unique_ptr<XmosDevice>> deviceHolder;
-std::unique_ptr<XmosDevice>& device = *deviceHolder;
 
 ThreadState readDetectionState()
 {
@@ -74,12 +64,14 @@ bool isKeywordPress(const XmosKeyEvent& event)
 int kel_avs_ffm_hid_init()
 {
     const Params settings = params();
+    std::unique_ptr<XmosDevice>& device = pipeline().device;
     device = openXmosDevice({settings.hidOpenAttempts, settings.hidOpenDelayMs});
     return device ? 1 : 0;
 }
 
 int kel_avs_ffm_hid_deinit()
 {
+    std::unique_ptr<XmosDevice>& device = pipeline().device;
     ZOR_FFM_LOG("%p, %d\n\n", device ? device->controlHandle() : nullptr,
                 device ? device->descriptor() : -1);
     device.reset();
@@ -142,7 +134,7 @@ struct Detection {
 
 bool ringInitialised(const _ST_FFM_RING_BUF_CFG& ring)
 {
-    std::lock_guard<std::mutex> lock(ringMutex);
+    std::lock_guard<std::mutex> lock(pipeline().ringMutex);
     if (ring.bInitFlag == 0) {
         ZOR_FFM_POLL_LOG("data or RingBufcfg is null or not init(%d)\n\n", ring.bInitFlag);
         return false;
@@ -154,7 +146,8 @@ bool ringInitialised(const _ST_FFM_RING_BUF_CFG& ring)
 // threads, as a capture read that reports the device missing does.
 bool nextKeywordPress()
 {
-    if (!device)
+    XmosDevice* device = pipeline().device.get();
+    if (device == nullptr)
         return false;
     XmosKeyEvent event;
     const int got = device->nextEvent(event);
@@ -170,12 +163,13 @@ bool nextKeywordPress()
 // bounded number of times, a short pause apart; a stop request ends it too.
 bool queryIndexes(uint8_t (&payload)[CONTROL_CMD_PAYLOAD_LEN])
 {
+    XmosDevice& device = *pipeline().device;
     int transferred = 0;
     int attempt = 0;
     for (;;) {
-        transferred = device->controlTransfer(kRequestTypeVendorIn, 0,
-                                              CONTROL_CMD_ID_GET_WWE_INDEXES, CONTROL_RESOURCE_ID,
-                                              payload, CONTROL_CMD_PAYLOAD_LEN, USB_TIMEOUT_MS);
+        transferred = device.controlTransfer(kRequestTypeVendorIn, 0,
+                                             CONTROL_CMD_ID_GET_WWE_INDEXES, CONTROL_RESOURCE_ID,
+                                             payload, CONTROL_CMD_PAYLOAD_LEN, USB_TIMEOUT_MS);
         if (transferred == kXmosErrorNoDevice) {
             // Unplugged under the query: no indexes will come, nor audio.
             ZOR_FFM_POLL_LOG("HID device lost during the index query: %s, detection dropped\n\n",
@@ -208,7 +202,7 @@ bool planDetection(const uint8_t* payload, const _ST_FFM_RING_BUF_CFG& ring, Det
     d.e = kel_avs_ffm_readIndex(payload, 17);
     uint32_t n = 0;
     {
-        std::lock_guard<std::mutex> lock(ringMutex);
+        std::lock_guard<std::mutex> lock(pipeline().ringMutex);
         d.i = ring.u32CurrentIndex;
         n = ring.u32SampleCount;
         d.writtenAtQuery = ring.u64CurrentIndex;
@@ -226,7 +220,7 @@ bool planDetection(const uint8_t* payload, const _ST_FFM_RING_BUF_CFG& ring, Det
 
 void dumpBlock(const _ST_FFM_CAPTURE_BUF_CFG& cap, const uint8_t* block, uint64_t bytes)
 {
-    std::lock_guard<std::mutex> dumpLock(dumpMutex);
+    std::lock_guard<std::mutex> dumpLock(pipeline().dumpMutex);
     if (cap.s32WWFd < 0)
         return;
     const ssize_t written = write(cap.s32WWFd, block, static_cast<size_t>(bytes));
@@ -239,7 +233,7 @@ void dumpBlock(const _ST_FFM_CAPTURE_BUF_CFG& cap, const uint8_t* block, uint64_
 // overwritten since the query.
 bool publishBlock(const _ST_FFM_CAPTURE_BUF_CFG& cap, _ST_FFM_RING_BUF_CFG& ring, Detection& d)
 {
-    std::lock_guard<std::mutex> lock(ringMutex);
+    std::lock_guard<std::mutex> lock(pipeline().ringMutex);
     if (ring.bInitFlag == 0) {
         ZOR_FFM_POLL_LOG("[ERR] Ring Buffer don't init done!!!!( Don't  send "
                          "g_fptrSendWakeWordDetectionSignalallback )\n");
@@ -280,9 +274,10 @@ void tellApplication(const Detection& d)
     } else if (bYTSoftMicstart.load()) {
         ZOR_FFM_POLL_LOG("youtube soft mic flow ,not call WakeWordDetectionSignalallback \n");
     } else {
-        memcpy(wakeWordMetadata, d.metadata, d.metadataLen);
+        uint8_t* metadata = pipeline().wakeWordMetadata;
+        memcpy(metadata, d.metadata, d.metadataLen);
         wakeWord(FFM_PREROLL_SAMPLES, d.plan.keywordSamples + FFM_PREROLL_SAMPLES, KEYWORD_STRING,
-                 d.metadataLen, reinterpret_cast<char*>(wakeWordMetadata));
+                 d.metadataLen, reinterpret_cast<char*>(metadata));
     }
     if (ZOR_PFN_VOID notify = gfptrNotifyUIWakeWordDectcallback.load())
         notify();
@@ -312,6 +307,7 @@ void kel_avs_ffm_hid_detectionLoop(_ST_FFM_CAPTURE_BUF_CFG* cap, _ST_FFM_RING_BU
         return;
 
     const uint32_t startMs = kel_avs_ffm_ClockGetInMS();
+    const XmosDevice* device = pipeline().device.get();
     if (device->eventHandle() == nullptr || device->controlHandle() == nullptr) {
         ZOR_FFM_LOG("m_evdev or m_devh is NULL %p %p\n\n", device->eventHandle(),
                     device->controlHandle());
@@ -342,12 +338,13 @@ void* kel_avs_ffm_hid_detection_thread(void*)
             kel_avs_ffm_hid_detectionLoop(&captureBufCfg, &stRingBufCfg);
             bool ready = false;
             {
-                std::lock_guard<std::mutex> lock(ringMutex);
+                std::lock_guard<std::mutex> lock(pipeline().ringMutex);
                 ready = stRingBufCfg.bInitFlag != 0;
             }
             // Waiting on the node instead of sleeping answers a key press at
             // once; a stop request is still seen within one interval.
-            if (ready && device)
+            XmosDevice* device = pipeline().device.get();
+            if (ready && device != nullptr)
                 device->waitForEvent(kPollIntervalMs);
             else
                 usleep(kPollIntervalMs * 1000);

@@ -6,10 +6,12 @@
 
 #include "audio/ffm_records.h"
 #include "audio/thread_state.h"
+#include "audio/xmos_device.h"
 #include "zor/zor_callbacks.h"
 
 #include <atomic>
 #include <cstdint>
+#include <memory>
 #include <mutex>
 #include <string>
 
@@ -19,22 +21,10 @@ namespace zor::audio::ffm
 extern _ST_FFM_CAPTURE_BUF_CFG captureBufCfg;
 extern _ST_FFM_RING_BUF_CFG stRingBufCfg;
 
-// Guards the ring storage and indexes, the copy buffer, the metadata, the
-// keyword fields and bInitFlag, and the buffers' lifetime: the capture
-// thread takes it for each ring write and for handing a block over, the
-// detection thread for reading the write index and filling the block.
-extern std::mutex ringMutex;
-// Guards the dump descriptors against the stop step closing them.
-extern std::mutex dumpMutex;
-
 extern std::atomic<bool> gSendFFMPCMData;
 extern std::atomic<bool> gSendFFMPCMDataDirectly;
-// Held while the application's start or stop of sending changes the two flags
-// above, and while the capture thread switches to direct sending: a switch
-// decided on what the capture thread saw before a stop must not undo it.
-extern std::mutex sendMutex;
 // The capture thread's switch to direct sending, made only while the
-// application still wants the stream.
+// application still wants the stream (under the pipeline's sendMutex).
 void switchToDirectSending();
 extern std::atomic<bool> gbBufferReadDone;
 extern std::atomic<bool> gSendFFMPCMDataLast;
@@ -85,6 +75,69 @@ struct Params {
 void setParams(const Params& params);
 Params params();
 
+// The parameters as tests and tools last set them, with their lock.
+class ParamsStore
+{
+public:
+    void set(const Params& settings)
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        m_params = settings;
+    }
+    Params get() const
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        return m_params;
+    }
+
+private:
+    mutable std::mutex m_mutex;
+    Params m_params;
+};
+
+// The pipeline's own locks and state, one for the process. pipeline() builds
+// it on first use and never destroys it: the detached threads may still use
+// it while the process exits.
+//
+// Lock order: controlMutex first, then ringMutex, then sendMutex or dumpMutex
+// (never both at once, and nothing is taken while either is held). The
+// thread-state locks (mutex_capture_exit, mutex_detection_exit) and the
+// parameter lock are taken alone, or under controlMutex only. A thread that
+// holds any of them never takes controlMutex: the stop on device loss is
+// made with no lock of the pipeline held.
+struct FarFieldPipeline {
+    // Readiness events come from the application's and the server's threads,
+    // device loss from the pipeline's own; each transition and its start or
+    // stop runs alone under this lock.
+    std::mutex controlMutex;
+    // Guards the ring storage and indexes, the copy buffer, the metadata, the
+    // keyword fields and bInitFlag, and the buffers' lifetime: the capture
+    // thread takes it for each ring write and for handing a block over, the
+    // detection thread for reading the write index and filling the block.
+    std::mutex ringMutex;
+    // Held while the application's start or stop of sending changes
+    // gSendFFMPCMData and gSendFFMPCMDataDirectly, and while the capture
+    // thread switches to direct sending: a switch decided on what the capture
+    // thread saw before a stop must not undo it.
+    std::mutex sendMutex;
+    // Guards the dump descriptors against the stop step closing them.
+    std::mutex dumpMutex;
+
+    ParamsStore params;
+
+    // What the wake-word callback receives as metadata, in storage that
+    // outlives the call, until the next detection rewrites it. Only the
+    // detection thread writes it (one runs at a time), just before the
+    // callback.
+    uint8_t wakeWordMetadata[METADATA_BLOB_LEN] = {};
+
+    // The board: opened, used and closed by the detection thread only.
+    std::unique_ptr<XmosDevice> device;
+};
+
+// The one pipeline of the process (see above). Callable from any thread.
+FarFieldPipeline& pipeline();
+
 // Every readiness transition, and every start and stop of the two threads
 // with it, runs alone under the pipeline's control lock. This holds it until
 // the returned lock goes: a test can keep a transition waiting.
@@ -117,6 +170,10 @@ Readiness readinessState();
 ActionButton buttonState();
 // Whether live periods go to the application from the capture step.
 bool sendingDirectly();
+// Whether the ring is set up (bInitFlag), and how many samples have been
+// written into it since the capture started; both read under ringMutex.
+bool ringReady();
+uint64_t ringSamplesWritten();
 // Sets both thread state words at once, each under its lock, with no thread
 // behind them: lets a test put the control functions in the state of a
 // running (or ended) pipeline.

@@ -186,11 +186,7 @@ bool FastCard::waitTaken(int timeoutMs)
     const uint64_t served = m_next - m_runStart;
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
     for (;;) {
-        uint64_t taken = 0;
-        {
-            std::lock_guard<std::mutex> lock(ringMutex);
-            taken = stRingBufCfg.u64CurrentIndex;
-        }
+        const uint64_t taken = ringSamplesWritten();
         if (taken == served && unread() == 0)
             break;
         if (std::chrono::steady_clock::now() > deadline)
@@ -273,11 +269,7 @@ FfmBench::~FfmBench()
 bool FfmBench::running()
 {
     using namespace audio::ffm;
-    bool ready = false;
-    {
-        std::lock_guard<std::mutex> lock(ringMutex);
-        ready = stRingBufCfg.bInitFlag != 0;
-    }
+    const bool ready = ringReady();
     const bool reading = m_card ? m_card->pluggedIn() : m_board.captureReading();
     return ready && captureState() == zor::audio::ThreadState::Running &&
            detectionState() == zor::audio::ThreadState::Running && m_board.libraryConnected() &&
