@@ -8,6 +8,7 @@
 #include "audio/pcm_failures.h"
 #include "audio/thread_state.h"
 #include "base/log.h"
+#include "base/no_destructor.h"
 #include "base/unique_fd.h"
 #include "zor/zor_audio.h"
 
@@ -42,7 +43,14 @@ constexpr size_t kPathSize = 256;
 // constant-initialised, so it is usable from the first call on.
 std::mutex mutex_capture_exit;
 ThreadState capture_exit = ThreadState::None;
-std::condition_variable captureEnded;
+// Kept beside the state word it announces (capture_exit goes to None), under
+// the same lock; never destroyed, since the detached thread may notify it
+// while the process exits.
+std::condition_variable& captureEnded()
+{
+    static zor::NoDestructor<std::condition_variable> instance;
+    return *instance;
+}
 
 // Read afresh for every period: the application may register at any time.
 std::atomic<ZOR_PFN_PCM> g_fptrSendAudioPCMDataCallback{nullptr};
@@ -208,7 +216,7 @@ void alsaCaptureThread(const std::string& dumpDir)
         // longer touches the condition variable.
         std::lock_guard<std::mutex> lock(mutex_capture_exit);
         capture_exit = ThreadState::None;
-        captureEnded.notify_all();
+        captureEnded().notify_all();
     }
     ZOR_PRINT("Exit ALSA capture thread.\n");
 }
@@ -235,7 +243,7 @@ int startAlsaCaptureThreadInto(const char* dumpDir)
         {
             std::lock_guard<std::mutex> relock(mutex_capture_exit);
             capture_exit = ThreadState::None;
-            captureEnded.notify_all();
+            captureEnded().notify_all();
         }
         ZOR_PRINT("Create thread error!\n");
         return -1;
@@ -251,8 +259,8 @@ ThreadState captureState()
 bool waitForCaptureEnd(int timeoutMs)
 {
     std::unique_lock<std::mutex> lock(mutex_capture_exit);
-    return captureEnded.wait_for(lock, std::chrono::milliseconds(timeoutMs),
-                                 [] { return capture_exit == ThreadState::None; });
+    return captureEnded().wait_for(lock, std::chrono::milliseconds(timeoutMs),
+                                   [] { return capture_exit == ThreadState::None; });
 }
 
 } // namespace zor::audio

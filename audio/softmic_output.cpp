@@ -6,6 +6,7 @@
 #include "audio/alsa_pcm.h"
 #include "audio/pcm_failures.h"
 #include "base/log.h"
+#include "base/no_destructor.h"
 #include "zor/zor_audio.h"
 
 #include <cerrno>
@@ -52,7 +53,13 @@ struct SoftmicOutput {
     }
 };
 
-SoftmicOutput output;
+// Never destroyed: the detached capture thread may still write a period
+// while the process exits.
+SoftmicOutput& softmicOutput()
+{
+    static zor::NoDestructor<SoftmicOutput> instance;
+    return *instance;
+}
 
 } // namespace
 
@@ -60,6 +67,7 @@ int softmicWritePeriod(const void* mono, unsigned frames)
 {
     if (!bYTSoftMicstart.load())
         return 0;
+    SoftmicOutput& output = softmicOutput();
     std::lock_guard<std::mutex> lock(output.handleMutex);
     PcmHandle& write_handle = output.write_handle;
     FailureRun& writeFailures = output.writeFailures;
@@ -87,6 +95,7 @@ int softmicWritePeriod(const void* mono, unsigned frames)
 
 bool softmicOutputOpen()
 {
+    SoftmicOutput& output = softmicOutput();
     std::lock_guard<std::mutex> lock(output.handleMutex);
     return static_cast<bool>(output.write_handle);
 }
@@ -96,6 +105,7 @@ bool softmicOutputOpen()
 int youtube_softmic_alsa_write_init(void)
 {
     using namespace zor::audio;
+    SoftmicOutput& output = softmicOutput();
     std::lock_guard<std::mutex> control(output.controlMutex);
 
     // A set-up over an open output starts afresh: the device is given up
@@ -152,6 +162,7 @@ void youtube_softmic_alsa_write_stop(void)
 {
     using namespace zor::audio;
     bYTSoftMicstart.store(false);
+    SoftmicOutput& output = softmicOutput();
     std::lock_guard<std::mutex> control(output.controlMutex);
     output.takeOutput().reset();
 }

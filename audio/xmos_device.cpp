@@ -13,25 +13,36 @@ namespace zor::audio
 namespace
 {
 
-std::mutex openerMutex;
+// The opener that tests and tools installed, with its lock.
+struct InstalledOpener {
+    std::mutex mutex;
+    XmosDeviceOpener opener;
+};
+
 // Never destroyed: a detached detection thread may open its board while the
 // process exits.
-zor::NoDestructor<XmosDeviceOpener> installedOpener;
+InstalledOpener& installedOpener()
+{
+    static zor::NoDestructor<InstalledOpener> instance;
+    return *instance;
+}
 
 } // namespace
 
 void setXmosDeviceOpener(XmosDeviceOpener opener)
 {
-    std::lock_guard<std::mutex> lock(openerMutex);
-    *installedOpener = std::move(opener);
+    InstalledOpener& installed = installedOpener();
+    std::lock_guard<std::mutex> lock(installed.mutex);
+    installed.opener = std::move(opener);
 }
 
 std::unique_ptr<XmosDevice> openXmosDevice(const XmosOpenParams& params)
 {
     XmosDeviceOpener opener;
     {
-        std::lock_guard<std::mutex> lock(openerMutex);
-        opener = *installedOpener;
+        InstalledOpener& installed = installedOpener();
+        std::lock_guard<std::mutex> lock(installed.mutex);
+        opener = installed.opener;
     }
     if (opener)
         return opener(params);
