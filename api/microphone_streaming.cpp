@@ -14,6 +14,7 @@
 // decided; so the television hears them in that order too.
 #include "api/streaming_state.h"
 #include "base/log.h"
+#include "base/no_destructor.h"
 #include "zor/zor_api.h"
 #include "zor/zor_audio.h"
 #include "zor/zor_transport.h"
@@ -66,9 +67,18 @@ private:
     size_t m_count = 0;
 };
 
-std::mutex gSwitchLock; // genSource and gbCaptured changes, gWaiting, gSwitching
-WaitingSwitches gWaiting;
-bool gSwitching = false; // a thread is carrying switches out
+// The microphone switches in progress, one for the process.
+struct Switching {
+    std::mutex lock;         // genSource and gbCaptured changes, waiting, active
+    WaitingSwitches waiting; // handed over to the thread that is switching
+    bool active = false;     // a thread is carrying switches out
+};
+
+Switching& switching()
+{
+    static zor::NoDestructor<Switching> instance;
+    return *instance;
+}
 
 // Sources 0 to 2 have something to switch; any other value streams nothing.
 bool switchesSomething(int32_t source)
@@ -107,10 +117,11 @@ int carryOut(const Switch& change)
 // switching and too many wait for it already.
 bool roomFor(const char* function)
 {
-    if (!gSwitching || !gWaiting.full())
+    const Switching& state = switching();
+    if (!state.active || !state.waiting.full())
         return true;
     zor::log::line(zor::log::Family::Error, function, __LINE__,
-                   "%zu microphone starts and stops wait already, refused\n", gWaiting.size());
+                   "%zu microphone starts and stops wait already, refused\n", state.waiting.size());
     return false;
 }
 
@@ -119,20 +130,21 @@ bool roomFor(const char* function)
 // caller gets the result it would have had without a status to wait for.
 int carryOutInTurn(std::unique_lock<std::mutex>& lock, const Switch& change)
 {
-    if (gSwitching) {
-        gWaiting.push(change);
+    Switching& state = switching();
+    if (state.active) {
+        state.waiting.push(change);
         return change.source == EN_AVS_AUDIO_SOURCE_FFM ? 1 : 0;
     }
-    gSwitching = true;
+    state.active = true;
     lock.unlock();
     const int result = carryOut(change);
     for (;;) {
         lock.lock();
-        if (gWaiting.empty()) {
-            gSwitching = false;
+        if (state.waiting.empty()) {
+            state.active = false;
             return result;
         }
-        const Switch next = gWaiting.pop();
+        const Switch next = state.waiting.pop();
         lock.unlock();
         carryOut(next);
     }
@@ -143,7 +155,7 @@ int carryOutInTurn(std::unique_lock<std::mutex>& lock, const Switch& change)
 int ZOR_App_startStreamingMicrophoneData(_EN_AVS_AUDIO_SOURCE_TYPE source)
 {
     ZOR_TRACE("<===\n");
-    std::unique_lock<std::mutex> lock(gSwitchLock);
+    std::unique_lock<std::mutex> lock(switching().lock);
     const bool switches = switchesSomething(source);
     if (switches && !roomFor(__func__))
         return -1;
@@ -161,7 +173,7 @@ int ZOR_App_startStreamingMicrophoneData(_EN_AVS_AUDIO_SOURCE_TYPE source)
 int ZOR_App_stopStreamingMicrophoneData(void)
 {
     ZOR_TRACE("<===\n");
-    std::unique_lock<std::mutex> lock(gSwitchLock);
+    std::unique_lock<std::mutex> lock(switching().lock);
     const int32_t source = genSource.load();
     const bool switches = switchesSomething(source);
     if (switches && !roomFor(__func__))

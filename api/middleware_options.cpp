@@ -14,7 +14,8 @@ namespace
 
 // Written on the server thread, read by ZOR_App_initCompleted on the
 // application's thread: the three bytes are copied under this lock so that a
-// reader never sees half of an update.
+// reader never sees half of an update. It guards that one record only, so
+// it stays beside it.
 std::mutex gFFMInfoLock;
 _ST_FFM_INFO gstFFMInfo = {};
 

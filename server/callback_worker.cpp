@@ -14,7 +14,8 @@ namespace
 {
 
 // Several servers (one per application type) may share the one server object,
-// each on its own thread.
+// each on its own thread. It guards only the server object's thread handles,
+// so it stays here on its own.
 std::mutex gWorkerCreation;
 
 constexpr useconds_t kPollInterval = 200000;
