@@ -301,8 +301,11 @@ void XmosSimulator::Impl::answerQuery()
         putBigEndian(reply.data + 9, b);
         putBigEndian(reply.data + 17, e);
     }
-    send(&reply, sizeof(reply));
+    // Counted before the reply goes: the library may finish the whole
+    // detection before this thread runs again, and a test that then reads
+    // the count must see this answer in it.
     queries.fetch_add(1);
+    send(&reply, sizeof(reply));
 }
 
 // A control transfer from the library: the index query waits for its moment
