@@ -177,6 +177,14 @@ private:
     // is new; kNoInterface when there is no room left to describe it.
     size_t interfaceFor(const std::string& service);
     static constexpr size_t kNoInterface = ~size_t{0};
+    // Refuses a second capture, and any in a forked child.
+    bool mayStart(std::string* error);
+    // Takes the new file, writes its header and starts the writer; false with
+    // the file removed when the header cannot be written, throws (file
+    // closed) when the writer cannot start.
+    bool beginFile(UniqueFd fd, const std::string& path, const std::vector<unsigned char>& header,
+                   std::string* error);
+    void startWriter();
     void appendStatistics(std::vector<unsigned char>& out, bool all);
     void run();
     bool writeOut(const std::vector<unsigned char>& bytes);
@@ -204,19 +212,11 @@ Capture& processCapture()
     return *capture;
 }
 
-bool Capture::start(const std::string& path, std::string* error)
+// A capture holds secrets: a new file only the owner reads, never an
+// existing file and never through a link. Invalid, with *error set, when it
+// cannot be made.
+UniqueFd createCaptureFile(const std::string& path, std::string* error)
 {
-    std::lock_guard<std::mutex> stopping(m_stopLock);
-    {
-        std::lock_guard<std::mutex> guard(m_lock);
-        if (m_open || m_forked) {
-            *error = m_forked ? "not in a forked child" : "a capture runs already (" + m_path + ")";
-            return false;
-        }
-    }
-
-    // A capture holds secrets: a new file only the owner reads, never an
-    // existing file and never through a link.
     UniqueFd fd(::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
     if (!fd.valid()) {
         const int code = errno;
@@ -224,61 +224,55 @@ bool Capture::start(const std::string& path, std::string* error)
                  (code == EEXIST  ? "exists (a capture is only written to a new file)"
                   : code == ELOOP ? "is a symbolic link"
                                   : errorText(code));
-        return false;
     }
+    return fd;
+}
 
-    try {
-        std::vector<unsigned char> header;
-        BlockWriter block(header);
-        block.begin(kSectionHeaderBlock);
-        block.u32(0x1A2B3C4D); // byte-order magic
-        block.u16(1);
-        block.u16(0);
-        block.u64(~uint64_t{0}); // section length not given
-        block.option(kOptionComment, "pid " + std::to_string(getpid()));
-        utsname system{};
-        if (uname(&system) == 0)
-            block.option(kSectionOs,
-                         std::string(system.sysname) + " " + system.release + " " + system.machine);
-        block.option(kSectionApplication, std::string("libmup frame capture"));
-        block.endOptions();
-        block.end();
+// The section header block that opens the file.
+std::vector<unsigned char> sectionHeader()
+{
+    std::vector<unsigned char> header;
+    BlockWriter block(header);
+    block.begin(kSectionHeaderBlock);
+    block.u32(0x1A2B3C4D); // byte-order magic
+    block.u16(1);
+    block.u16(0);
+    block.u64(~uint64_t{0}); // section length not given
+    block.option(kOptionComment, "pid " + std::to_string(getpid()));
+    utsname system{};
+    if (uname(&system) == 0)
+        block.option(kSectionOs,
+                     std::string(system.sysname) + " " + system.release + " " + system.machine);
+    block.option(kSectionApplication, std::string("libmup frame capture"));
+    block.endOptions();
+    block.end();
+    return header;
+}
 
-        std::lock_guard<std::mutex> guard(m_lock);
-        m_fd = std::move(fd);
-        m_path = path;
-        if (!writeOut(header)) {
-            *error = path + ": " + errorText(errno);
-            m_fd.reset();
-            ::unlink(path.c_str());
-            return false;
-        }
-        m_interfaces.clear();
-        m_queue.clear();
-        m_queue.reserve(kQueueLimit);
-        m_stopping = false;
-        // The writer takes no asynchronous signal: those are the application's.
+// Blocks every asynchronous signal of the calling thread for its lifetime
+// (a thread started meanwhile inherits the mask); faults stay deliverable.
+class AsyncSignalsBlocked
+{
+public:
+    AsyncSignalsBlocked()
+    {
         sigset_t blocked;
-        sigset_t previous;
         sigfillset(&blocked);
         for (int fault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGABRT, SIGSYS})
             sigdelset(&blocked, fault);
-        pthread_sigmask(SIG_SETMASK, &blocked, &previous);
-        try {
-            m_writer = std::make_unique<std::thread>([this] { run(); });
-        } catch (...) {
-            pthread_sigmask(SIG_SETMASK, &previous, nullptr);
-            m_fd.reset();
-            throw;
-        }
-        pthread_sigmask(SIG_SETMASK, &previous, nullptr);
-        m_open = true;
-    } catch (const std::exception& failure) {
-        *error = path + ": " + failure.what();
-        ::unlink(path.c_str()); // made by this call, and still empty
-        return false;
+        pthread_sigmask(SIG_SETMASK, &blocked, &m_previous);
     }
+    ~AsyncSignalsBlocked() { pthread_sigmask(SIG_SETMASK, &m_previous, nullptr); }
+    AsyncSignalsBlocked(const AsyncSignalsBlocked&) = delete;
+    AsyncSignalsBlocked& operator=(const AsyncSignalsBlocked&) = delete;
 
+private:
+    sigset_t m_previous;
+};
+
+// A forked child has no writer thread: it stops capturing.
+void stopCapturesInForkedChildren()
+{
     static std::once_flag forkHandler;
     std::call_once(forkHandler, [] {
         pthread_atfork(nullptr, nullptr, [] {
@@ -286,6 +280,68 @@ bool Capture::start(const std::string& path, std::string* error)
             processCapture().forkedAway();
         });
     });
+}
+
+bool Capture::mayStart(std::string* error)
+{
+    std::lock_guard<std::mutex> guard(m_lock);
+    if (m_open || m_forked) {
+        *error = m_forked ? "not in a forked child" : "a capture runs already (" + m_path + ")";
+        return false;
+    }
+    return true;
+}
+
+void Capture::startWriter()
+{
+    // The writer takes no asynchronous signal: those are the application's.
+    AsyncSignalsBlocked blocked;
+    m_writer = std::make_unique<std::thread>([this] { run(); });
+}
+
+bool Capture::beginFile(UniqueFd fd, const std::string& path,
+                        const std::vector<unsigned char>& header, std::string* error)
+{
+    std::lock_guard<std::mutex> guard(m_lock);
+    m_fd = std::move(fd);
+    m_path = path;
+    if (!writeOut(header)) {
+        *error = path + ": " + errorText(errno);
+        m_fd.reset();
+        ::unlink(path.c_str());
+        return false;
+    }
+    m_interfaces.clear();
+    m_queue.clear();
+    m_queue.reserve(kQueueLimit);
+    m_stopping = false;
+    try {
+        startWriter();
+    } catch (...) {
+        m_fd.reset();
+        throw;
+    }
+    m_open = true;
+    return true;
+}
+
+bool Capture::start(const std::string& path, std::string* error)
+{
+    std::lock_guard<std::mutex> stopping(m_stopLock);
+    if (!mayStart(error))
+        return false;
+    UniqueFd fd = createCaptureFile(path, error);
+    if (!fd.valid())
+        return false;
+    try {
+        if (!beginFile(std::move(fd), path, sectionHeader(), error))
+            return false;
+    } catch (const std::exception& failure) {
+        *error = path + ": " + failure.what();
+        ::unlink(path.c_str()); // made by this call, and still empty
+        return false;
+    }
+    stopCapturesInForkedChildren();
     active.store(true, std::memory_order_release);
     logLine("capturing every frame of pid %d to %s", static_cast<int>(getpid()), path.c_str());
     return true;
