@@ -33,41 +33,107 @@ constexpr const char* kClientServices[] = {
     "oxa.kel.iot.client",
 };
 
-} // namespace
-
-int main(int argc, char** argv)
-{
-    CLI::App app{"Simulated television middleware for libzor applications"};
-    app.set_version_flag("--version", "tvsim (libzor) " ZOR_VERSION_STRING);
+struct Options {
     bool quiet = false;
-    app.add_flag("-q,--quiet", quiet, "Do not print a line per command");
     bool printState = false;
-    app.add_flag("--print-state", printState,
+    zor::sim::TelevisionOptions television;
+    zor::sim::ConsoleOptions console;
+    zor::sim::WebOptions web;
+    zor::sim::CaptureOptions capture;
+};
+
+void addOptions(CLI::App& app, Options& options)
+{
+    app.set_version_flag("--version", "tvsim (libzor) " ZOR_VERSION_STRING);
+    app.add_flag("-q,--quiet", options.quiet, "Do not print a line per command");
+    app.add_flag("--print-state", options.printState,
                  "Print the television's state as a state file (the built-in one, or --state's "
                  "over it) and exit");
-    zor::sim::TelevisionOptions televisionOptions;
-    zor::sim::addTelevisionOptions(app, televisionOptions);
-    zor::sim::ConsoleOptions consoleOptions;
-    zor::sim::addConsoleOptions(app, consoleOptions);
-    zor::sim::addXmosOptions(app, consoleOptions);
-    zor::sim::WebOptions webOptions;
-    zor::sim::addWebOptions(app, webOptions);
-    zor::sim::CaptureOptions captureOptions;
-    zor::sim::addCaptureOption(app, captureOptions);
-    CLI11_PARSE(app, argc, argv);
-    if (zor::sim::isControlClient(consoleOptions))
-        return zor::sim::runControlClient(consoleOptions);
+    zor::sim::addTelevisionOptions(app, options.television);
+    zor::sim::addConsoleOptions(app, options.console);
+    zor::sim::addXmosOptions(app, options.console);
+    zor::sim::addWebOptions(app, options.web);
+    zor::sim::addCaptureOption(app, options.capture);
+}
 
-    // Stop signals are taken synchronously by this thread; the server threads
-    // never see them.
+// Stop signals are taken synchronously by the main thread; the server
+// threads, started after this, never see them.
+sigset_t blockStopSignals()
+{
     sigset_t stopSignals;
     sigemptyset(&stopSignals);
     sigaddset(&stopSignals, SIGINT);
     sigaddset(&stopSignals, SIGTERM);
     pthread_sigmask(SIG_BLOCK, &stopSignals, nullptr);
+    return stopSignals;
+}
+
+// One handler and one server per client service. The servers are stopped
+// first: they remove their sockets and stop calling the handlers.
+struct Services {
+    std::vector<std::unique_ptr<zor::sim::MiddlewareHandler>> handlers;
+    std::vector<std::unique_ptr<mup::Server>> servers;
+
+    bool start(zor::sim::Television& television, const zor::sim::MiddlewareHandler::LineSink& sink)
+    {
+        for (const char* service : kClientServices) {
+            handlers.push_back(
+                std::make_unique<zor::sim::MiddlewareHandler>(service, television, sink));
+            auto server = mup::Server::start(service, *handlers.back());
+            if (!server) {
+                fprintf(stderr, "tvsim: cannot serve %s\n", service);
+                return false;
+            }
+            servers.push_back(std::move(server));
+        }
+        printf("tvsim: serving %zu services; Ctrl-C stops\n", servers.size());
+        fflush(stdout);
+        return true;
+    }
+
+    void stop()
+    {
+        servers.clear();
+        handlers.clear();
+    }
+};
+
+// The web dashboard, when the options ask for it; it runs commands through
+// the console. False (with the reason printed) when it cannot listen.
+bool startDashboard(const zor::sim::WebOptions& options, zor::sim::DashboardFeed& feed,
+                    zor::sim::Console& console, zor::sim::FarFieldVoice* voice,
+                    std::unique_ptr<zor::sim::WebServer>& web)
+{
+    if (!zor::sim::webWanted(options))
+        return true;
+    std::string webError;
+    web = zor::sim::WebServer::start(
+        options, feed, [&console](const std::string& line) { return console.execute(line); }, voice,
+        &webError);
+    if (!web) {
+        fprintf(stderr, "tvsim: %s\n", webError.c_str());
+        return false;
+    }
+    printf("tvsim: dashboard at %s\n", web->address().c_str());
+    fflush(stdout);
+    return true;
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    CLI::App app{"Simulated television middleware for libzor applications"};
+    Options options;
+    addOptions(app, options);
+    CLI11_PARSE(app, argc, argv);
+    if (zor::sim::isControlClient(options.console))
+        return zor::sim::runControlClient(options.console);
+
+    sigset_t stopSignals = blockStopSignals();
     // Stopped last, once the servers are gone: the file is then complete.
     std::string captureError;
-    const auto capture = zor::sim::startCapture(captureOptions, &captureError);
+    const auto capture = zor::sim::startCapture(options.capture, &captureError);
     if (!captureError.empty()) {
         fprintf(stderr, "tvsim: --capture: %s\n", captureError.c_str());
         return 1;
@@ -79,7 +145,7 @@ int main(int argc, char** argv)
     const zor::sim::MiddlewareHandler::LineSink sink = [&](const std::string& line) {
         if (feed)
             feed->publishLine(line);
-        if (quiet)
+        if (options.quiet)
             return;
         std::lock_guard<std::mutex> guard(outputLock);
         printf("tvsim: %s\n", line.c_str());
@@ -87,55 +153,33 @@ int main(int argc, char** argv)
     };
 
     std::string televisionError;
-    const auto television = zor::sim::makeTelevision(televisionOptions, televisionError);
+    const auto television = zor::sim::makeTelevision(options.television, televisionError);
     if (!television) {
         fprintf(stderr, "tvsim: %s\n", televisionError.c_str());
         return 1;
     }
-    if (printState) {
+    if (options.printState) {
         printf("%s\n", nlohmann::json(television->state()).dump(2).c_str());
         return 0;
     }
     feed = std::make_unique<zor::sim::DashboardFeed>(*television);
-    std::vector<std::unique_ptr<zor::sim::MiddlewareHandler>> handlers;
-    std::vector<std::unique_ptr<mup::Server>> servers;
-    for (const char* service : kClientServices) {
-        handlers.push_back(
-            std::make_unique<zor::sim::MiddlewareHandler>(service, *television, sink));
-        auto server = mup::Server::start(service, *handlers.back());
-        if (!server) {
-            fprintf(stderr, "tvsim: cannot serve %s\n", service);
-            return 1;
-        }
-        servers.push_back(std::move(server));
-    }
-    printf("tvsim: serving %zu services; Ctrl-C stops\n", servers.size());
-    fflush(stdout);
+    Services services;
+    if (!services.start(*television, sink))
+        return 1;
     // Sends the middleware's own commands to the applications.
     std::string xmosError;
-    auto xmos = zor::sim::startXmos(consoleOptions, &xmosError);
-    if (consoleOptions.xmos && !xmos) {
+    auto xmos = zor::sim::startXmos(options.console, &xmosError);
+    if (options.console.xmos && !xmos) {
         fprintf(stderr, "tvsim: far-field board: %s\n", xmosError.c_str());
         return 1;
     }
-    auto console = zor::sim::Console::start(consoleOptions, xmos ? zor::sim::xmosCommands(*xmos)
-                                                                 : zor::sim::CommandHook{});
+    auto console = zor::sim::Console::start(options.console, xmos ? zor::sim::xmosCommands(*xmos)
+                                                                  : zor::sim::CommandHook{});
     if (!console)
         return 1;
     std::unique_ptr<zor::sim::WebServer> web;
-    if (zor::sim::webWanted(webOptions)) {
-        std::string webError;
-        web = zor::sim::WebServer::start(
-            webOptions, *feed,
-            [&console](const std::string& line) { return console->execute(line); }, xmos.get(),
-            &webError);
-        if (!web) {
-            fprintf(stderr, "tvsim: %s\n", webError.c_str());
-            return 1;
-        }
-        printf("tvsim: dashboard at %s\n", web->address().c_str());
-        fflush(stdout);
-    }
+    if (!startDashboard(options.web, *feed, *console, xmos.get(), web))
+        return 1;
 
     int signal = 0;
     sigwait(&stopSignals, &signal);
@@ -143,9 +187,7 @@ int main(int argc, char** argv)
     web.reset(); // it runs commands through the console
     console.reset();
     xmos.reset();
-    // Servers go first: they remove their sockets and stop calling the handlers.
-    servers.clear();
-    handlers.clear();
+    services.stop();
     printf("tvsim: stopped\n");
     return 0;
 }
