@@ -155,6 +155,12 @@ struct XmosSimulator::Impl {
     void unplug();
     void wakeUp();
     void tick();
+    void pressWakeKey();
+    bool nextPeriod(int16_t* chunk);
+    bool writePeriod(const int16_t* chunk, size_t size);
+    void placeKeyword(Utterance& utterance, uint64_t firstIndex);
+    void advance(std::unique_lock<std::mutex>& lock, bool delivered, uint64_t firstIndex);
+    void publishPlayed(std::unique_lock<std::mutex>& lock, const Utterance& finished);
     void answerQuery();
     void takeRequest(const uint8_t* packet, size_t size);
     uint64_t readIndex();
@@ -430,41 +436,136 @@ void XmosSimulator::Impl::handleRequests()
     }
 }
 
-void XmosSimulator::Impl::tick()
+// Records a played utterance and tells its waiters and the observer; called
+// with `lock` held, returns with it released.
+void XmosSimulator::Impl::publishPlayed(std::unique_lock<std::mutex>& lock,
+                                        const Utterance& finished)
 {
-    // The key press of a keyword that the previous period completed: the
-    // capture has read it by now.
-    if (pressDue) {
-        pressDue = false;
-        sendWakeKey();
-        KeyPress press{static_cast<uint64_t>(heardBegin), static_cast<uint64_t>(heardEnd),
-                       Clock::now()};
-        std::function<void(const KeyPress&)> observer;
-        std::optional<Utterance> finished;
-        {
-            std::lock_guard<std::mutex> lock(mutex);
-            observer = keyObserver;
-            if (finishing) {
-                finishing->played.keyPress = static_cast<int64_t>(readIndex());
-                finished.swap(finishing);
-            } else if (!queue.empty()) {
-                queue.front().played.keyPress = static_cast<int64_t>(readIndex());
-            }
-        }
-        if (observer)
-            observer(press);
-        if (finished) {
-            std::function<void(const Played&)> played;
-            {
-                std::lock_guard<std::mutex> lock(mutex);
-                done[finished->id] = finished->played;
-                played = playedObserver;
-            }
-            changed.notify_all();
-            if (played)
-                played(finished->played);
+    done[finished.id] = finished.played;
+    auto played = playedObserver;
+    lock.unlock();
+    changed.notify_all();
+    if (played)
+        played(finished.played);
+}
+
+// The key press of a keyword that the previous period completed: the
+// capture has read it by now.
+void XmosSimulator::Impl::pressWakeKey()
+{
+    pressDue = false;
+    sendWakeKey();
+    KeyPress press{static_cast<uint64_t>(heardBegin), static_cast<uint64_t>(heardEnd),
+                   Clock::now()};
+    std::function<void(const KeyPress&)> observer;
+    std::optional<Utterance> finished;
+    {
+        std::lock_guard<std::mutex> lock(mutex);
+        observer = keyObserver;
+        if (finishing) {
+            finishing->played.keyPress = static_cast<int64_t>(readIndex());
+            finished.swap(finishing);
+        } else if (!queue.empty()) {
+            queue.front().played.keyPress = static_cast<int64_t>(readIndex());
         }
     }
+    if (observer)
+        observer(press);
+    if (finished) {
+        std::unique_lock<std::mutex> lock(mutex);
+        publishPlayed(lock, *finished);
+    }
+}
+
+// The next period of the utterance at the head of the queue into `chunk`
+// (left silent when nothing plays), the second microphone carrying the
+// inverse. False when nothing plays.
+bool XmosSimulator::Impl::nextPeriod(int16_t* chunk)
+{
+    std::lock_guard<std::mutex> lock(mutex);
+    if (queue.empty())
+        return false;
+    const Utterance& utterance = queue.front();
+    for (unsigned k = 0; k < kPeriodFrames; ++k) {
+        const size_t at = utterance.position + k;
+        const int16_t value = at < utterance.samples.size() ? utterance.samples[at] : 0;
+        chunk[2 * k] = value;
+        chunk[2 * k + 1] = static_cast<int16_t>(~value); // the other microphone
+    }
+    return true;
+}
+
+// Writes one period into the FIFO; true when all of it went in.
+bool XmosSimulator::Impl::writePeriod(const int16_t* chunk, size_t size)
+{
+    if (fifoFd < 0)
+        return false;
+    const ssize_t n = write(fifoFd, chunk, size);
+    if (n == static_cast<ssize_t>(size)) {
+        written += kPeriodFrames;
+        return true;
+    }
+    if (n < 0 && errno == EPIPE) {
+        // The capture went away; what it left unread is lost.
+        written = readIndex();
+        closeFd(fifoFd);
+        reading.store(false);
+    }
+    return false;
+}
+
+// Where the keyword of the utterance landed in the stream, given the index
+// of the period just delivered; a completed keyword makes its key press due.
+void XmosSimulator::Impl::placeKeyword(Utterance& utterance, uint64_t firstIndex)
+{
+    const size_t from = utterance.position;
+    const size_t to = from + kPeriodFrames;
+    if (!utterance.started) {
+        utterance.started = true;
+        utterance.played.firstIndex = firstIndex;
+    }
+    utterance.played.samples += kPeriodFrames;
+    const auto inChunk = [&](int64_t at) {
+        return at >= static_cast<int64_t>(from) && at < static_cast<int64_t>(to);
+    };
+    if (inChunk(utterance.keywordBegin))
+        utterance.played.keywordBegin =
+            static_cast<int64_t>(firstIndex) + utterance.keywordBegin - static_cast<int64_t>(from);
+    if (inChunk(utterance.keywordEnd) && utterance.played.keywordBegin >= 0) {
+        utterance.played.keywordEnd =
+            static_cast<int64_t>(firstIndex) + utterance.keywordEnd - static_cast<int64_t>(from);
+        heardBegin = utterance.played.keywordBegin;
+        heardEnd = utterance.played.keywordEnd;
+        pressDue = true;
+    }
+}
+
+// Moves the utterance at the head of the queue on by one period; one played
+// to its end leaves the queue (waiting for its key press when that is due).
+// Called with `lock` held; it may release it.
+void XmosSimulator::Impl::advance(std::unique_lock<std::mutex>& lock, bool delivered,
+                                  uint64_t firstIndex)
+{
+    Utterance& utterance = queue.front();
+    if (delivered)
+        placeKeyword(utterance, firstIndex);
+    utterance.position += kPeriodFrames;
+    if (utterance.position < utterance.samples.size())
+        return;
+    Utterance finished = std::move(queue.front());
+    queue.pop_front();
+    finished.played.samples = std::min<uint64_t>(finished.played.samples, finished.samples.size());
+    if (pressDue) {
+        finishing = std::move(finished);
+        return;
+    }
+    publishPlayed(lock, finished);
+}
+
+void XmosSimulator::Impl::tick()
+{
+    if (pressDue)
+        pressWakeKey();
     if (vanished)
         return;
 
@@ -472,80 +573,16 @@ void XmosSimulator::Impl::tick()
         fifoFd = open(fifoPath.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
         reading.store(fifoFd >= 0);
     }
-
     int16_t chunk[kPeriodFrames * 2] = {};
-    std::unique_lock<std::mutex> lock(mutex);
-    Utterance* utterance = queue.empty() ? nullptr : &queue.front();
-    if (utterance != nullptr) {
-        for (unsigned k = 0; k < kPeriodFrames; ++k) {
-            const size_t at = utterance->position + k;
-            const int16_t value = at < utterance->samples.size() ? utterance->samples[at] : 0;
-            chunk[2 * k] = value;
-            chunk[2 * k + 1] = static_cast<int16_t>(~value); // the other microphone
-        }
-    }
-    lock.unlock();
-
-    bool delivered = false;
+    const bool playing = nextPeriod(chunk);
     const uint64_t firstIndex = written;
-    if (fifoFd >= 0) {
-        const ssize_t n = write(fifoFd, chunk, sizeof(chunk));
-        if (n == static_cast<ssize_t>(sizeof(chunk))) {
-            written += kPeriodFrames;
-            delivered = true;
-        } else if (n < 0 && errno == EPIPE) {
-            // The capture went away; what it left unread is lost.
-            written = readIndex();
-            closeFd(fifoFd);
-            reading.store(false);
-        }
-    }
+    const bool delivered = writePeriod(chunk, sizeof(chunk));
     lastWrite = Clock::now();
     current.store(readIndex());
 
-    lock.lock();
-    if (utterance == nullptr || queue.empty())
-        return;
-    utterance = &queue.front();
-    const size_t from = utterance->position;
-    const size_t to = from + kPeriodFrames;
-    if (delivered) {
-        if (!utterance->started) {
-            utterance->started = true;
-            utterance->played.firstIndex = firstIndex;
-        }
-        utterance->played.samples += kPeriodFrames;
-        const auto inChunk = [&](int64_t at) {
-            return at >= static_cast<int64_t>(from) && at < static_cast<int64_t>(to);
-        };
-        if (inChunk(utterance->keywordBegin))
-            utterance->played.keywordBegin = static_cast<int64_t>(firstIndex) +
-                                             utterance->keywordBegin - static_cast<int64_t>(from);
-        if (inChunk(utterance->keywordEnd) && utterance->played.keywordBegin >= 0) {
-            utterance->played.keywordEnd = static_cast<int64_t>(firstIndex) +
-                                           utterance->keywordEnd - static_cast<int64_t>(from);
-            heardBegin = utterance->played.keywordBegin;
-            heardEnd = utterance->played.keywordEnd;
-            pressDue = true;
-        }
-    }
-    utterance->position = to;
-    if (utterance->position >= utterance->samples.size()) {
-        Utterance finished = std::move(queue.front());
-        queue.pop_front();
-        finished.played.samples =
-            std::min<uint64_t>(finished.played.samples, finished.samples.size());
-        if (pressDue) {
-            finishing = std::move(finished);
-            return;
-        }
-        done[finished.id] = finished.played;
-        auto played = playedObserver;
-        lock.unlock();
-        changed.notify_all();
-        if (played)
-            played(finished.played);
-    }
+    std::unique_lock<std::mutex> lock(mutex);
+    if (playing && !queue.empty())
+        advance(lock, delivered, firstIndex);
 }
 
 void XmosSimulator::Impl::run()
