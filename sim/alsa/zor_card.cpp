@@ -577,6 +577,124 @@ int readFault(snd_config_t* node, Fault& fault)
     return 0;
 }
 
+// The keys whose value is a string: the files' paths and at_end.
+bool isTextKey(const char* id)
+{
+    return strcmp(id, "capture") == 0 || strcmp(id, "playback") == 0 || strcmp(id, "trace") == 0 ||
+           strcmp(id, "at_end") == 0;
+}
+
+int readText(snd_config_t* entry, const char* id, Card& card, std::string& capture,
+             std::string& playback, std::string& trace)
+{
+    const char* text = nullptr;
+    if (snd_config_get_string(entry, &text) < 0) {
+        SNDERR("zor_card: %s must be a string", id);
+        return -EINVAL;
+    }
+    if (strcmp(id, "capture") == 0) {
+        capture = text;
+    } else if (strcmp(id, "playback") == 0) {
+        playback = text;
+    } else if (strcmp(id, "trace") == 0) {
+        trace = text;
+    } else if (strcmp(text, "silence") == 0 || strcmp(text, "unplug") == 0) {
+        card.endUnplugs = strcmp(text, "unplug") == 0;
+    } else {
+        SNDERR("zor_card: at_end must be silence or unplug");
+        return -EINVAL;
+    }
+    return 0;
+}
+
+// One format name or a list of them; only formats of whole bytes.
+int readFormats(snd_config_t* entry, Card& card)
+{
+    std::vector<snd_pcm_format_t> formats;
+    auto addFormat = [&formats](snd_config_t* node) {
+        const char* name = nullptr;
+        if (snd_config_get_string(node, &name) < 0)
+            return -EINVAL;
+        const snd_pcm_format_t format = snd_pcm_format_value(name);
+        if (format == SND_PCM_FORMAT_UNKNOWN || snd_pcm_format_physical_width(format) <= 0 ||
+            snd_pcm_format_physical_width(format) % 8 != 0)
+            return -EINVAL;
+        formats.push_back(format);
+        return 0;
+    };
+    int err = 0;
+    if (snd_config_get_type(entry) == SND_CONFIG_TYPE_COMPOUND) {
+        snd_config_iterator_t j, jnext;
+        snd_config_for_each(j, jnext, entry)
+        {
+            if (err == 0)
+                err = addFormat(snd_config_iterator_entry(j));
+        }
+    } else {
+        err = addFormat(entry);
+    }
+    if (err < 0 || formats.empty()) {
+        SNDERR("zor_card: formats must name ALSA sample formats of whole bytes");
+        return -EINVAL;
+    }
+    card.formats = formats;
+    return 0;
+}
+
+// A list of { frame type ... }, kept in the order of their frames.
+int readFaults(snd_config_t* entry, Card& card)
+{
+    if (snd_config_get_type(entry) != SND_CONFIG_TYPE_COMPOUND) {
+        SNDERR("zor_card: faults must be a list of { frame type ... }");
+        return -EINVAL;
+    }
+    snd_config_iterator_t j, jnext;
+    snd_config_for_each(j, jnext, entry)
+    {
+        Fault fault;
+        snd_config_t* node = snd_config_iterator_entry(j);
+        if (snd_config_get_type(node) != SND_CONFIG_TYPE_COMPOUND) {
+            SNDERR("zor_card: faults must be a list of { frame type ... }");
+            return -EINVAL;
+        }
+        if (const int err = readFault(node, fault); err < 0)
+            return err;
+        card.faults.push_back(fault);
+    }
+    std::stable_sort(card.faults.begin(), card.faults.end(),
+                     [](const Fault& a, const Fault& b) { return a.frame < b.frame; });
+    return 0;
+}
+
+// The keys that limit a hardware parameter; periods takes no list.
+struct AllowedKey {
+    const char* id;
+    bool listAllowed;
+    Allowed Card::*member;
+};
+const AllowedKey kAllowedKeys[] = {
+    {"channels", true, &Card::channels},          {"rates", true, &Card::rates},
+    {"period_frames", true, &Card::periodFrames}, {"buffer_frames", true, &Card::bufferFrames},
+    {"periods", false, &Card::periods},
+};
+
+int readKey(snd_config_t* entry, const char* id, Card& card, std::string& capture,
+            std::string& playback, std::string& trace)
+{
+    if (isTextKey(id))
+        return readText(entry, id, card, capture, playback, trace);
+    if (strcmp(id, "formats") == 0)
+        return readFormats(entry, card);
+    if (strcmp(id, "faults") == 0)
+        return readFaults(entry, card);
+    for (const AllowedKey& key : kAllowedKeys) {
+        if (strcmp(id, key.id) == 0)
+            return readAllowed(entry, id, key.listAllowed, card.*key.member);
+    }
+    SNDERR("zor_card: unknown key '%s'", id);
+    return -EINVAL;
+}
+
 int readConfig(snd_config_t* conf, Card& card, std::string& capture, std::string& playback,
                std::string& trace)
 {
@@ -589,90 +707,7 @@ int readConfig(snd_config_t* conf, Card& card, std::string& capture, std::string
             continue;
         if (strcmp(id, "comment") == 0 || strcmp(id, "type") == 0 || strcmp(id, "hint") == 0)
             continue;
-        int err = 0;
-        const char* text = nullptr;
-        if (strcmp(id, "capture") == 0 || strcmp(id, "playback") == 0 || strcmp(id, "trace") == 0 ||
-            strcmp(id, "at_end") == 0) {
-            if (snd_config_get_string(entry, &text) < 0) {
-                SNDERR("zor_card: %s must be a string", id);
-                return -EINVAL;
-            }
-            if (strcmp(id, "capture") == 0) {
-                capture = text;
-            } else if (strcmp(id, "playback") == 0) {
-                playback = text;
-            } else if (strcmp(id, "trace") == 0) {
-                trace = text;
-            } else if (strcmp(text, "silence") == 0 || strcmp(text, "unplug") == 0) {
-                card.endUnplugs = strcmp(text, "unplug") == 0;
-            } else {
-                SNDERR("zor_card: at_end must be silence or unplug");
-                return -EINVAL;
-            }
-        } else if (strcmp(id, "formats") == 0) {
-            std::vector<snd_pcm_format_t> formats;
-            auto addFormat = [&formats](snd_config_t* node) {
-                const char* name = nullptr;
-                if (snd_config_get_string(node, &name) < 0)
-                    return -EINVAL;
-                const snd_pcm_format_t format = snd_pcm_format_value(name);
-                if (format == SND_PCM_FORMAT_UNKNOWN ||
-                    snd_pcm_format_physical_width(format) <= 0 ||
-                    snd_pcm_format_physical_width(format) % 8 != 0)
-                    return -EINVAL;
-                formats.push_back(format);
-                return 0;
-            };
-            if (snd_config_get_type(entry) == SND_CONFIG_TYPE_COMPOUND) {
-                snd_config_iterator_t j, jnext;
-                snd_config_for_each(j, jnext, entry)
-                {
-                    if (err == 0)
-                        err = addFormat(snd_config_iterator_entry(j));
-                }
-            } else {
-                err = addFormat(entry);
-            }
-            if (err < 0 || formats.empty()) {
-                SNDERR("zor_card: formats must name ALSA sample formats of whole bytes");
-                return -EINVAL;
-            }
-            card.formats = formats;
-        } else if (strcmp(id, "channels") == 0) {
-            err = readAllowed(entry, id, true, card.channels);
-        } else if (strcmp(id, "rates") == 0) {
-            err = readAllowed(entry, id, true, card.rates);
-        } else if (strcmp(id, "period_frames") == 0) {
-            err = readAllowed(entry, id, true, card.periodFrames);
-        } else if (strcmp(id, "buffer_frames") == 0) {
-            err = readAllowed(entry, id, true, card.bufferFrames);
-        } else if (strcmp(id, "periods") == 0) {
-            err = readAllowed(entry, id, false, card.periods);
-        } else if (strcmp(id, "faults") == 0) {
-            if (snd_config_get_type(entry) != SND_CONFIG_TYPE_COMPOUND) {
-                SNDERR("zor_card: faults must be a list of { frame type ... }");
-                return -EINVAL;
-            }
-            snd_config_iterator_t j, jnext;
-            snd_config_for_each(j, jnext, entry)
-            {
-                Fault fault;
-                snd_config_t* node = snd_config_iterator_entry(j);
-                if (snd_config_get_type(node) != SND_CONFIG_TYPE_COMPOUND) {
-                    SNDERR("zor_card: faults must be a list of { frame type ... }");
-                    return -EINVAL;
-                }
-                if ((err = readFault(node, fault)) < 0)
-                    return err;
-                card.faults.push_back(fault);
-            }
-            std::stable_sort(card.faults.begin(), card.faults.end(),
-                             [](const Fault& a, const Fault& b) { return a.frame < b.frame; });
-        } else {
-            SNDERR("zor_card: unknown key '%s'", id);
-            return -EINVAL;
-        }
-        if (err < 0)
+        if (const int err = readKey(entry, id, card, capture, playback, trace); err < 0)
             return err;
     }
     if (card.periods.min < 2) {
