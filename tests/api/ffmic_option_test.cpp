@@ -8,9 +8,12 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <fcntl.h>
 #include <fstream>
+#include <linux/capability.h>
 #include <string>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 namespace
@@ -79,12 +82,45 @@ TEST_F(FFmicOptionTest, MissingFileLeavesTheOptionUntouched)
     }
 }
 
+// Root writes read-only files through CAP_DAC_OVERRIDE; while this lives, the
+// calling thread goes without it, so that the file's mode holds for root too.
+class WithoutFileOverride
+{
+public:
+    WithoutFileOverride()
+    {
+        if (syscall(SYS_capget, &m_header, m_saved) != 0)
+            return;
+        __user_cap_data_struct reduced[2] = {m_saved[0], m_saved[1]};
+        reduced[CAP_TO_INDEX(CAP_DAC_OVERRIDE)].effective &= ~CAP_TO_MASK(CAP_DAC_OVERRIDE);
+        m_dropped = syscall(SYS_capset, &m_header, reduced) == 0;
+    }
+    ~WithoutFileOverride()
+    {
+        if (m_dropped)
+            syscall(SYS_capset, &m_header, m_saved);
+    }
+    WithoutFileOverride(const WithoutFileOverride&) = delete;
+    WithoutFileOverride& operator=(const WithoutFileOverride&) = delete;
+
+    bool dropped() const { return m_dropped; }
+
+private:
+    __user_cap_header_struct m_header{_LINUX_CAPABILITY_VERSION_3, 0};
+    __user_cap_data_struct m_saved[2] = {};
+    bool m_dropped = false;
+};
+
 TEST_F(FFmicOptionTest, ReadOnlyFileCountsAsMissing)
 {
-    if (geteuid() == 0)
-        GTEST_SKIP() << "root opens read-only files for writing";
     write("1\n");
     chmod(m_path.c_str(), 0444);
+    const WithoutFileOverride asOwner;
+    ASSERT_TRUE(asOwner.dropped());
+    const int writable = open(m_path.c_str(), O_WRONLY | O_CLOEXEC);
+    if (writable >= 0)
+        close(writable);
+    ASSERT_LT(writable, 0) << "the file is still writable";
     bool option = false;
     testing::internal::CaptureStdout();
     EXPECT_EQ(zor::api::readFFmicOptionBit(m_path.c_str(), &option), 0);
